@@ -1,0 +1,278 @@
+// Public records of the VLMdApi market-data client.
+//
+// Every record here is a plain, fixed-size structure. Most of them are also
+// wire formats: the front server sends and receives them as memory images
+// (little-endian, natural alignment, padding included), so every offset and
+// every size below is part of the protocol and of the binary interface. The
+// static_asserts at the end of this file pin them; never reorder a field.
+#ifndef VELMAR_MD_STRUCT_H
+#define VELMAR_MD_STRUCT_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// ---------------------------------------------------------------------------
+// Session records (front connection)
+// ---------------------------------------------------------------------------
+
+/// Login request, sent as field 0. 158 bytes. `UserID` and `Password` must not
+/// be empty; every other text goes out exactly as the application left it.
+struct CVelmarReqUserLogin {
+  char TradingDay[9];
+  char UserID[16];
+  char Password[32];  ///< sent in plain text
+  char UserProductInfo[41];
+  char IPAddress[30];
+  char MacAddress[30];
+};
+
+/// Login answer, received as field 22. 48 bytes.
+struct CVelmarRspUserLogin {
+  char TradingDay[9];
+  char UserID[16];
+  int32_t MaxUserOrderLocalID;  ///< offset 28, after 3 bytes of padding
+  char LoginTime[16];
+};
+
+/// Logout request, sent as field 1. 16 bytes. `UserID` must not be empty.
+struct CVelmarReqUserLogout {
+  char UserID[16];
+};
+
+/// Logout answer, received as field 23. 16 bytes.
+struct CVelmarRspUserLogout {
+  char UserID[16];
+};
+
+/// Error information: received as field 32, and made by the library itself for
+/// requests that fail locally. 92 bytes.
+struct CVelmarRspInfo {
+  int32_t Tid;      ///< 22 login, 23 logout, any other value: a general error
+  int32_t ErrorID;  ///< 0 or a negative error id
+  char ErrorMsg[81];
+};
+
+/// Value of the "all instruments" requests and their answers. 8 bytes.
+struct CVelmarSubAllRecord {
+  int32_t TickType;  ///< bits 1, 2, 4 for market data; 0 for ticks and books
+  int32_t Exchange;  ///< bit 1 Shanghai, bit 2 Shenzhen
+};
+
+// ---------------------------------------------------------------------------
+// Market data
+// ---------------------------------------------------------------------------
+
+/// One tick-by-tick order or trade. 112 bytes. Also received whole from the
+/// front as field 34. The order part and the trade part overlay each other from
+/// offset 80 on; `TickType` says which one is valid (1 order, 2 trade).
+struct CVelmarTickByTick {
+  uint32_t ExchangeID;  ///< 1 Shanghai, 2 Shenzhen
+  char SecurityID[20];
+  int64_t SeqNo;
+  int64_t TickTime;
+  uint32_t TickType;  ///< 1 order, 2 trade
+  uint32_t Padding1;  ///< always 0
+  uint32_t ChannelNo;
+  uint32_t Padding2;  ///< always 0
+  int64_t ApplSeqNum;
+  double Price;
+  int64_t Qty;
+  union {
+    struct {
+      char Side;     ///< order only
+      char OrdType;  ///< order only
+    };
+    struct {
+      double TradeMoney;        ///< trade only
+      int64_t BidApplSeqNum;    ///< trade only
+      int64_t OfferApplSeqNum;  ///< trade only
+      char TradeFlag;           ///< trade only
+    };
+  };
+};
+
+/// Latest state of one instrument. 1160 bytes. Delivered whole by the front as
+/// field 33 and updated in place by the feed's snapshots. The three
+/// `FrontOnly` stretches are filled by the front and never touched by the feed.
+struct CVelmarMarketData {
+  uint32_t ExchangeID;    ///< 1 Shanghai, 2 Shenzhen
+  uint32_t SecurityType;  ///< 1 security, 2 index
+  char SecurityID[16];
+  double LastPrice;
+  double PreClosePrice;
+  double OpenPrice;
+  double HighPrice;
+  double LowPrice;
+  double ClosePrice;
+  char FrontOnly1[48];
+  double UpperLimitPrice;
+  double LowerLimitPrice;
+  int64_t UpdateTime;
+  int64_t TotalVolume;
+  double TotalValue;
+  double AvgPrice;
+  double BidPrice[10];
+  double AskPrice[10];
+  int64_t BidVolume[10];
+  int64_t AskVolume[10];
+  int64_t NumTrades;
+  char TradingPhaseCode[8];
+  uint32_t BestBidOrderCount;
+  uint8_t BestBidQueueSize;  ///< valid entries of BestBidQueue, at most 50
+  uint32_t BestBidQueue[50];
+  uint32_t BestAskOrderCount;
+  uint8_t BestAskQueueSize;  ///< valid entries of BestAskQueue, at most 50
+  uint32_t BestAskQueue[50];
+  uint32_t Reserved;
+  int64_t TotalBidVolume;
+  int64_t TotalAskVolume;
+  double WeightedAvgBidPrice;
+  double WeightedAvgAskPrice;
+  double AltWeightedAvgBidPrice;
+  double AltWeightedAvgAskPrice;
+  double YieldToMaturity;
+  double IOPV;
+  uint32_t EtfBuyNumber;
+  uint32_t EtfSellNumber;
+  double EtfBuyAmount;
+  double EtfBuyMoney;
+  double EtfSellAmount;
+  double EtfSellMoney;
+  char FrontOnly2[24];
+  uint32_t WithdrawBuyNumber;
+  uint32_t WithdrawSellNumber;
+  double WithdrawBuyAmount;
+  double WithdrawSellAmount;
+  double WithdrawBuyMoney;
+  double WithdrawSellMoney;
+  int64_t TotalBidNumber;
+  int64_t TotalOfferNumber;
+  uint32_t BidTradeMaxDuration;
+  uint32_t OfferTradeMaxDuration;
+  uint32_t NumBidOrders;
+  uint32_t NumOfferOrders;
+  char FrontOnly3[32];
+};
+
+/// Ten-level order book of one subscribed Shenzhen instrument, rebuilt by the
+/// library and handed out through OnRtnOrderBook. Level 0 is the best level; a
+/// level whose price is 0 is empty. The order lists name the resting orders of
+/// each level by ApplSeqNum, as ",101,102,"; the empty list is ",".
+///
+/// The order lists are std::string objects of the library's own C++ runtime,
+/// so an application reads them through the same standard library it was
+/// built with (libstdc++ on both supported platforms).
+struct CVelmarOrderBook {
+  uint32_t ExchangeID;  ///< always 2
+  char SecurityID[16];
+  double LastPrice;
+  int64_t TotalVolume;
+  double TotalValue;
+  int64_t NumTrades;
+  double Bid[10];
+  double Ask[10];
+  int64_t BidQty[10];
+  int64_t AskQty[10];
+  int64_t UpdateTime;  ///< exchange time of the last applied snapshot or order
+  std::string BidOrders[10];
+  std::string AskOrders[10];
+};
+
+// ---------------------------------------------------------------------------
+// Layout pins: these are wire and ABI facts.
+// ---------------------------------------------------------------------------
+static_assert(sizeof(CVelmarReqUserLogin) == 158, "CVelmarReqUserLogin layout");
+static_assert(offsetof(CVelmarReqUserLogin, UserID) == 9, "CVelmarReqUserLogin layout");
+static_assert(offsetof(CVelmarReqUserLogin, Password) == 25, "CVelmarReqUserLogin layout");
+static_assert(offsetof(CVelmarReqUserLogin, UserProductInfo) == 57, "CVelmarReqUserLogin layout");
+static_assert(offsetof(CVelmarReqUserLogin, IPAddress) == 98, "CVelmarReqUserLogin layout");
+static_assert(offsetof(CVelmarReqUserLogin, MacAddress) == 128, "CVelmarReqUserLogin layout");
+
+static_assert(sizeof(CVelmarRspUserLogin) == 48, "CVelmarRspUserLogin layout");
+static_assert(offsetof(CVelmarRspUserLogin, UserID) == 9, "CVelmarRspUserLogin layout");
+static_assert(offsetof(CVelmarRspUserLogin, MaxUserOrderLocalID) == 28, "CVelmarRspUserLogin");
+static_assert(offsetof(CVelmarRspUserLogin, LoginTime) == 32, "CVelmarRspUserLogin layout");
+
+static_assert(sizeof(CVelmarReqUserLogout) == 16, "CVelmarReqUserLogout layout");
+static_assert(sizeof(CVelmarRspUserLogout) == 16, "CVelmarRspUserLogout layout");
+
+static_assert(sizeof(CVelmarRspInfo) == 92, "CVelmarRspInfo layout");
+static_assert(offsetof(CVelmarRspInfo, ErrorID) == 4, "CVelmarRspInfo layout");
+static_assert(offsetof(CVelmarRspInfo, ErrorMsg) == 8, "CVelmarRspInfo layout");
+
+static_assert(sizeof(CVelmarSubAllRecord) == 8, "CVelmarSubAllRecord layout");
+static_assert(offsetof(CVelmarSubAllRecord, Exchange) == 4, "CVelmarSubAllRecord layout");
+
+static_assert(sizeof(CVelmarTickByTick) == 112, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, SecurityID) == 4, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, SeqNo) == 24, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, TickTime) == 32, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, TickType) == 40, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, ChannelNo) == 48, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, ApplSeqNum) == 56, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, Price) == 64, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, Qty) == 72, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, Side) == 80, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, OrdType) == 81, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, TradeMoney) == 80, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, BidApplSeqNum) == 88, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, OfferApplSeqNum) == 96, "CVelmarTickByTick layout");
+static_assert(offsetof(CVelmarTickByTick, TradeFlag) == 104, "CVelmarTickByTick layout");
+
+static_assert(sizeof(CVelmarMarketData) == 1160, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, SecurityID) == 8, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, LastPrice) == 24, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, ClosePrice) == 64, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, FrontOnly1) == 72, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, UpperLimitPrice) == 120, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, UpdateTime) == 136, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, TotalVolume) == 144, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, AvgPrice) == 160, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, BidPrice) == 168, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, AskPrice) == 248, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, BidVolume) == 328, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, AskVolume) == 408, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, NumTrades) == 488, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, TradingPhaseCode) == 496, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, BestBidOrderCount) == 504, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, BestBidQueueSize) == 508, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, BestBidQueue) == 512, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, BestAskOrderCount) == 712, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, BestAskQueueSize) == 716, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, BestAskQueue) == 720, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, Reserved) == 920, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, TotalBidVolume) == 928, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, WeightedAvgBidPrice) == 944, "CVelmarMarketData");
+static_assert(offsetof(CVelmarMarketData, AltWeightedAvgBidPrice) == 960, "CVelmarMarketData");
+static_assert(offsetof(CVelmarMarketData, YieldToMaturity) == 976, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, IOPV) == 984, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, EtfBuyNumber) == 992, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, EtfBuyAmount) == 1000, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, EtfSellMoney) == 1024, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, FrontOnly2) == 1032, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, WithdrawBuyNumber) == 1056, "CVelmarMarketData");
+static_assert(offsetof(CVelmarMarketData, WithdrawBuyAmount) == 1064, "CVelmarMarketData");
+static_assert(offsetof(CVelmarMarketData, WithdrawSellMoney) == 1088, "CVelmarMarketData");
+static_assert(offsetof(CVelmarMarketData, TotalBidNumber) == 1096, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, TotalOfferNumber) == 1104, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, BidTradeMaxDuration) == 1112, "CVelmarMarketData");
+static_assert(offsetof(CVelmarMarketData, NumBidOrders) == 1120, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, NumOfferOrders) == 1124, "CVelmarMarketData layout");
+static_assert(offsetof(CVelmarMarketData, FrontOnly3) == 1128, "CVelmarMarketData layout");
+
+static_assert(offsetof(CVelmarOrderBook, SecurityID) == 4, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, LastPrice) == 24, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, TotalVolume) == 32, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, TotalValue) == 40, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, NumTrades) == 48, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, Bid) == 56, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, Ask) == 136, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, BidQty) == 216, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, AskQty) == 296, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, UpdateTime) == 376, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, BidOrders) == 384, "CVelmarOrderBook layout");
+static_assert(offsetof(CVelmarOrderBook, AskOrders) == 384 + 10 * sizeof(std::string),
+              "CVelmarOrderBook layout");
+
+#endif  // VELMAR_MD_STRUCT_H

@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Runs the demo: the bundled front and feed simulator and the console client
+# on loopback.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+if [ ! -x scripts/run-demo.sh ]; then
+  echo "The demo arrives with the whole library (simulator and console client)."
+  exit 0
+fi
+exec scripts/run-demo.sh "$@"

@@ -1,0 +1,66 @@
+#include "VLClientApi/MdApiImpl.h"
+
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <new>
+
+#include "utility/Platform.h"
+
+namespace velmar {
+namespace mdapi {
+
+namespace {
+const char kVersion[] = "VELMAR_API_V1.0.1";
+// The first GetTradingDay of the process fixes the day for all later calls.
+char g_tradingDay[48] = {0};
+}  // namespace
+
+VelmarMdApi* VelmarMdApi::CreateMdUserApi(const char* /*reserved*/) {
+  return new (std::nothrow) MdApiImpl();
+}
+
+const char* VelmarMdApi::GetVersion() { return kVersion; }
+
+MdApiImpl::MdApiImpl() : orderBookQueue_(192) { std::memset(&rspInfo_, 0, sizeof rspInfo_); }
+
+MdApiImpl::~MdApiImpl() = default;
+
+const char* MdApiImpl::GetTradingDay() {
+  if (g_tradingDay[0] == '\0') {
+    struct tm tm_time;
+    platform::localTime(::time(nullptr), &tm_time);
+    snprintf(g_tradingDay, sizeof g_tradingDay, "%d%02d%02d", tm_time.tm_year + 1900,
+             tm_time.tm_mon + 1, tm_time.tm_mday);
+  }
+  return g_tradingDay;
+}
+
+namespace {
+// Registration stores the text unchanged; only Init looks at it. A null
+// pointer is kept as an empty text.
+std::string textOf(const char* text) { return text ? std::string(text) : std::string(); }
+}  // namespace
+
+void MdApiImpl::RegisterFront(const char* address) { frontAddresses_.push_back(textOf(address)); }
+void MdApiImpl::RegisterMulticast(const char* address) {
+  mcastAddresses_.push_back(textOf(address));
+}
+void MdApiImpl::RegisterLocalTcpAddress(const char* address) {
+  localTcpAddresses_.push_back(textOf(address));
+}
+void MdApiImpl::RegisterMulticastInterface(const char* address) {
+  mcastInterfaces_.push_back(textOf(address));
+}
+void MdApiImpl::SetUserString(const char* text) { userString_ = textOf(text); }
+void MdApiImpl::RegisterSpi(VelmarMdSpi* spi) { spi_ = spi; }
+void MdApiImpl::SetHeartbeatTimeout(unsigned int seconds) { heartbeatTimeout_ = seconds; }
+
+std::string securityIdKey(const char* id, size_t width) {
+  const void* nul = std::memchr(id, 0, width);
+  size_t len = nul ? static_cast<size_t>(static_cast<const char*>(nul) - id) : width;
+  return std::string(id, len);
+}
+
+}  // namespace mdapi
+}  // namespace velmar

@@ -1,0 +1,144 @@
+// MdApiImpl: the one object behind a VelmarMdApi. The API, the front session,
+// the feed handlers and the book thread all work on it. It lives until the end
+// of the process once Init has run: its threads keep using it.
+//
+// This is an internal header. Members are public so that the parts of the
+// library that live in other source files, and the tests, can reach them; the
+// application only ever sees VelmarMdApi.
+//
+// Locking: mutex_ is the session lock. It guards the maps and is held around
+// nearly every callback, so callbacks never overlap. It is not recursive: code
+// that runs inside a callback must never take it again. The gate flags are
+// atomics because the feed thread reads them without the lock.
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <concurrentqueue/concurrentqueue.h>
+
+#include "VLClientApi/OrderBookNode.h"
+#include "VelmarMdApi.h"
+#include "utility/Mutex.h"
+
+namespace velmar {
+namespace mdapi {
+
+class MdApiImpl : public VelmarMdApi {
+ public:
+  MdApiImpl();
+  virtual ~MdApiImpl();
+  MdApiImpl(const MdApiImpl&) = delete;
+  MdApiImpl& operator=(const MdApiImpl&) = delete;
+
+  // ---- VelmarMdApi ----
+  void Release() override;
+  int Init() override;
+  int Join() override;
+  const char* GetTradingDay() override;
+  void RegisterFront(const char* address) override;
+  void RegisterMulticast(const char* address) override;
+  void RegisterLocalTcpAddress(const char* address) override;
+  void RegisterMulticastInterface(const char* address) override;
+  void SetUserString(const char* text) override;
+  void RegisterSpi(VelmarMdSpi* spi) override;
+  void SetHeartbeatTimeout(unsigned int seconds) override;
+  int ReqUserLogin(CVelmarReqUserLogin* request, int requestId) override;
+  int ReqUserLogout(CVelmarReqUserLogout* request, int requestId) override;
+  int SubAllMarketData(int tickType, int exchange, int requestId) override;
+  int UnSubAllMarketData(int tickType, int exchange, int requestId) override;
+  int SubAllTickByTick(int exchange, int requestId) override;
+  int UnSubAllTickByTick(int exchange, int requestId) override;
+  int SubMarketData(char** instrumentIds, int count, int requestId) override;
+  int UnSubMarketData(char** instrumentIds, int count, int requestId) override;
+  int SubTickByTick(char** instrumentIds, int count, int requestId) override;
+  int UnSubTickByTick(char** instrumentIds, int count, int requestId) override;
+  int SubAllOrderBook(int exchange, int requestId) override;
+  int UnSubAllOrderBook(int exchange, int requestId) override;
+  int SubOrderBook(char** instrumentIds, int count, int requestId) override;
+  int UnSubOrderBook(char** instrumentIds, int count, int requestId) override;
+
+  // ---- Requests (FrontRequests.cpp) ----
+  /// Zeroes rspInfo_, fills id and text, calls OnRspError(info, requestId,
+  /// true) on the caller's thread without the lock.
+  void fillRspInfo(int errorId, int requestId);
+  /// Builds one package with one field and sends it. Always returns 0: a
+  /// failure reaches the application as OnRspError -117 with requestId -1.
+  int sendTransaction(const void* data, int requestId, int tid, uint16_t length);
+  /// Hands bytes to the live connection; false (and a log line) when there is
+  /// none.
+  bool sendPackage(const char* data, int length);
+
+  // ---- Feed (FeedDispatch.cpp, SnapshotHandlers.cpp) ----
+  /// Entry of every datagram, on the receiver thread. The datagram lies in a
+  /// buffer of at least feed::kReceiveSize bytes; handlers read only within
+  /// it, whatever the datagram's real length.
+  void onFeedDatagram(const char* datagram);
+  void onSzseOrder(CVelmarTickByTick* record, const char* body);
+  void onSzseTrade(CVelmarTickByTick* record, const char* body);
+  void onSseTrade(CVelmarTickByTick* record, const char* datagram);
+  void onSseSnapshot(const char* datagram);
+  void onSseIndex(const char* datagram);
+  void onSzseSnapshot(const char* body);
+  void onSzseIndex(const char* body);
+  void onSzseVolumeStat(const char* body);
+
+  // ---- Books (OrderBook*.cpp) ----
+  /// Receiver thread: queues a Shenzhen message for the book thread if its
+  /// instrument has a book or allOrderBook_ is set.
+  void handOverToBooks(const char* body, orderBookNode::Kind kind);
+  /// Body of the book thread: polls the queue for ever.
+  void runOrderBook();
+
+  // ---- State ----
+  CVelmarRspInfo rspInfo_;
+  std::vector<std::string> frontAddresses_;
+  std::vector<std::string> mcastAddresses_;
+  std::vector<std::string> localTcpAddresses_;
+  std::vector<std::string> mcastInterfaces_;
+  std::string frontHost_, frontPort_;
+  std::string mcastHost_, mcastPort_;
+  std::string userString_;
+
+  utility::MutexLock mutex_;
+  VelmarMdSpi* spi_ = nullptr;
+
+  uint32_t heartbeatTimeout_ = 30;
+  uint32_t heartbeatInterval_ = 1;
+
+  std::atomic<bool> started_{false};
+  std::atomic<bool> connected_{false};
+  std::atomic<bool> loggedIn_{false};
+  std::atomic<bool> snapshotsComplete_{false};
+  std::atomic<bool> allTickExchange1_{false};
+  std::atomic<bool> allTickExchange2_{false};
+  std::atomic<bool> allOrderBook_{false};
+
+  /// Books of subscribed Shenzhen instruments, owned by the map; guarded by
+  /// mutex_.
+  std::unordered_map<std::string, std::unique_ptr<CVelmarOrderBook>> szseOrderBookMap_;
+  /// Receiver thread to book thread; one producer, one consumer.
+  moodycamel::ConcurrentQueue<orderBookNode> orderBookQueue_;
+  /// Instruments with a granted SubTickByTick; guarded by mutex_.
+  std::unordered_map<std::string, uint32_t> tickSubscriptions_;
+  /// Latest record per instrument and exchange, owned by the maps; mutex_.
+  std::unordered_map<std::string, std::unique_ptr<CVelmarMarketData>> marketDataExchange1_;
+  std::unordered_map<std::string, std::unique_ptr<CVelmarMarketData>> marketDataExchange2_;
+  /// Last accepted sequence number per channel; receiver thread only. Never
+  /// cleared: it outlives disconnection and a new login.
+  std::unordered_map<uint32_t, int64_t> channelSeq_;
+
+  std::unique_ptr<CVelmarTickByTick> frontTickRecord_;
+  std::unique_ptr<CVelmarTickByTick> feedTickRecord_;
+};
+
+/// Instrument id text of a feed message: the bytes up to the first NUL, at
+/// most `width` of them.
+std::string securityIdKey(const char* id, size_t width = 8);
+
+}  // namespace mdapi
+}  // namespace velmar

@@ -1,0 +1,152 @@
+#include "utility/Platform.h"
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#if defined(_WIN32)
+#include <direct.h>
+#include <io.h>
+#include <process.h>
+#else
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+#endif
+
+namespace velmar {
+namespace platform {
+
+#if defined(_WIN32)
+
+void startupSockets() {
+  WSADATA data;
+  std::memset(&data, 0, sizeof data);
+  ::WSAStartup(MAKEWORD(2, 2), &data);
+}
+
+int createSocket(int family, int type, int protocol) {
+  SOCKET s = ::socket(family, type, protocol);
+  return s == INVALID_SOCKET ? -1 : static_cast<int>(s);
+}
+
+int closeSocket(int fd) { return ::closesocket(static_cast<SOCKET>(static_cast<intptr_t>(fd))); }
+int lastSocketError() { return ::WSAGetLastError(); }
+void setLastSocketError(int error) { ::WSASetLastError(error); }
+
+std::string errorText(int error) {
+  char buf[512] = {0};
+  DWORD n = ::FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                             static_cast<DWORD>(error), 0, buf, sizeof buf - 1, nullptr);
+  while (n > 0 && (buf[n - 1] == '\n' || buf[n - 1] == '\r' || buf[n - 1] == ' ')) buf[--n] = 0;
+  if (n == 0) return std::strerror(error);
+  return std::string(buf, n);
+}
+
+int pollSockets(PollFd* fds, size_t count, int timeoutMs) {
+  return ::WSAPoll(fds, static_cast<ULONG>(count), timeoutMs);
+}
+
+int setNonBlocking(int fd) {
+  u_long on = 1;
+  return ::ioctlsocket(static_cast<SOCKET>(static_cast<intptr_t>(fd)), FIONBIO, &on) == 0 ? 0 : -1;
+}
+
+int setSocketOption(int fd, int level, int option, const void* value, int length) {
+  return ::setsockopt(static_cast<SOCKET>(static_cast<intptr_t>(fd)), level, option,
+                      static_cast<const char*>(value), length);
+}
+
+int getSocketOption(int fd, int level, int option, void* value, int* length) {
+  return ::getsockopt(static_cast<SOCKET>(static_cast<intptr_t>(fd)), level, option,
+                      static_cast<char*>(value), length);
+}
+
+uint64_t currentThreadId() { return ::GetCurrentThreadId(); }
+
+int64_t nowTicks100ns() {
+  FILETIME ft;
+  ::GetSystemTimePreciseAsFileTime(&ft);
+  ULARGE_INTEGER v;
+  v.LowPart = ft.dwLowDateTime;
+  v.HighPart = ft.dwHighDateTime;
+  // FILETIME counts from 1601-01-01.
+  return static_cast<int64_t>(v.QuadPart) - 116444736000000000LL;
+}
+
+void localTime(time_t seconds, struct tm* out) { ::localtime_s(out, &seconds); }
+int64_t processId() { return ::_getpid(); }
+bool pathExists(const char* path) { return ::_access(path, 0) == 0; }
+bool makeDirectory(const char* path) { return ::_mkdir(path) == 0; }
+
+#else
+
+void startupSockets() {}
+
+int createSocket(int family, int type, int protocol) {
+  return ::socket(family, type | SOCK_CLOEXEC, protocol);
+}
+
+int closeSocket(int fd) { return ::close(fd); }
+int lastSocketError() { return errno; }
+void setLastSocketError(int error) { errno = error; }
+
+std::string errorText(int error) {
+  char buf[256] = {0};
+  // The GNU strerror_r may return a static text instead of filling buf.
+  const char* text = ::strerror_r(error, buf, sizeof buf);
+  return text ? std::string(text) : std::string(buf);
+}
+
+int pollSockets(PollFd* fds, size_t count, int timeoutMs) {
+  return ::poll(fds, static_cast<nfds_t>(count), timeoutMs);
+}
+
+int setNonBlocking(int fd) {
+  int flags = ::fcntl(fd, F_GETFL, 0);
+  if (flags < 0) return -1;
+  return ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) < 0 ? -1 : 0;
+}
+
+int setSocketOption(int fd, int level, int option, const void* value, int length) {
+  return ::setsockopt(fd, level, option, value, static_cast<socklen_t>(length));
+}
+
+int getSocketOption(int fd, int level, int option, void* value, int* length) {
+  socklen_t len = static_cast<socklen_t>(*length);
+  int r = ::getsockopt(fd, level, option, value, &len);
+  *length = static_cast<int>(len);
+  return r;
+}
+
+uint64_t currentThreadId() { return static_cast<uint64_t>(::syscall(SYS_gettid)); }
+
+int64_t nowTicks100ns() {
+  struct timespec ts;
+  ::clock_gettime(CLOCK_REALTIME, &ts);
+  return static_cast<int64_t>(ts.tv_sec) * 10000000 + ts.tv_nsec / 100;
+}
+
+void localTime(time_t seconds, struct tm* out) { ::localtime_r(&seconds, out); }
+int64_t processId() { return ::getpid(); }
+bool pathExists(const char* path) { return ::access(path, F_OK) == 0; }
+bool makeDirectory(const char* path) { return ::mkdir(path, 0755) == 0; }
+
+#endif
+
+std::string hostName() {
+  char buf[256] = {0};
+  startupSockets();  // gethostname needs the socket layer on Windows
+  if (::gethostname(buf, sizeof buf) != 0) return std::string();
+  buf[sizeof buf - 1] = '\0';
+  return buf;
+}
+
+void sleepMs(int milliseconds) {
+  std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+}  // namespace platform
+}  // namespace velmar
