@@ -15,11 +15,13 @@ constexpr size_t kSmallBuffer = 4000;
 constexpr size_t kLargeBuffer = 4000 * 1000;
 
 /// A byte buffer of fixed capacity. append copies a piece only if it fits with
-/// one byte to spare, and otherwise drops the whole piece without a mark.
+/// one byte to spare, and otherwise drops the whole piece without a mark. The
+/// spare byte holds a NUL, so the text is always NUL-terminated without
+/// zero-filling the whole buffer for every log statement.
 template <size_t SIZE>
 class FixedBuffer {
  public:
-  FixedBuffer() : cur_(data_) {}
+  FixedBuffer() : cur_(data_) { data_[0] = '\0'; }
   FixedBuffer(const FixedBuffer&) = delete;
   FixedBuffer& operator=(const FixedBuffer&) = delete;
 
@@ -27,14 +29,21 @@ class FixedBuffer {
     if (static_cast<size_t>(avail()) > len) {
       std::memcpy(cur_, buf, len);
       cur_ += len;
+      *cur_ = '\0';
     }
   }
   const char* data() const { return data_; }
   int length() const { return static_cast<int>(cur_ - data_); }
   char* current() { return cur_; }
   int avail() const { return static_cast<int>(end() - cur_); }
-  void add(size_t len) { cur_ += len; }
-  void reset() { cur_ = data_; }
+  void add(size_t len) {
+    cur_ += len;
+    *cur_ = '\0';
+  }
+  void reset() {
+    cur_ = data_;
+    *cur_ = '\0';
+  }
   void bzero() { std::memset(data_, 0, sizeof data_); }
   std::string toString() const { return std::string(data_, static_cast<size_t>(length())); }
 
@@ -50,7 +59,7 @@ class LogStream {
   /// Numbers are written only if this many bytes are free.
   static constexpr int kMaxNumericSize = 32;
 
-  LogStream() { buffer_.bzero(); }
+  LogStream() = default;
 
   LogStream& operator<<(bool v) {
     buffer_.append(v ? "1" : "0", 1);

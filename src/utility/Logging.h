@@ -21,7 +21,15 @@ class Logger {
   /// Base name of a source file: the text behind the last path separator.
   class SourceFile {
    public:
-    SourceFile(const char* path);  // NOLINT: implicit on purpose, from __FILE__
+    // Implicit on purpose, from __FILE__. Inline, so that the compiler folds
+    // the search over the literal path.
+    SourceFile(const char* path) : data_(path) {  // NOLINT
+      const char* slash = __builtin_strrchr(path, '/');
+      const char* backslash = __builtin_strrchr(path, '\\');
+      const char* sep = slash > backslash ? slash : backslash;
+      if (sep) data_ = sep + 1;
+      size_ = static_cast<int>(__builtin_strlen(data_));
+    }
     const char* data_;
     int size_;
   };

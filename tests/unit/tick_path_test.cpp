@@ -1,0 +1,253 @@
+// The feed's tick-by-tick path: the gate, the dispatch by message type, the
+// subscription filter, the per-channel sequence check and every field of the
+// delivered record. Datagrams are written byte by byte (support/Datagram.h).
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <random>
+
+#include "VLClientApi/MdApiImpl.h"
+#include "support/Datagram.h"
+#include "support/LogCapture.h"
+#include "support/RecordingSpi.h"
+
+using velmar::mdapi::MdApiImpl;
+using velmar::testing::Datagram;
+using velmar::testing::LogCapture;
+using velmar::testing::RecordingSpi;
+using velmar::testing::sseTrade;
+using velmar::testing::szseOrder;
+using velmar::testing::szseTrade;
+using velmar::utility::Logger;
+
+namespace {
+
+class TickPath : public ::testing::Test {
+ protected:
+  TickPath() {
+    api_.RegisterSpi(&spi_);
+    api_.connected_ = true;
+    api_.loggedIn_ = true;
+  }
+  void feed(const Datagram& d) { api_.onFeedDatagram(d.data()); }
+  void subscribe(const char* id) { api_.tickSubscriptions_[id] = 1; }
+  size_t count() const { return spi_.ticks.size(); }
+  const CVelmarTickByTick& last() const { return spi_.ticks.back(); }
+
+  LogCapture log_{Logger::INFO};
+  RecordingSpi spi_;
+  MdApiImpl api_;
+};
+
+}  // namespace
+
+TEST_F(TickPath, ShenzhenOrderFillsEveryField) {
+  api_.allTickExchange2_ = true;
+  // Price and quantity pick values that show a wrong divisor or width: the
+  // quantity has bits above 32, 12345678901 / 100 truncates to 123456789.
+  feed(szseOrder(0xBEEF, 0x0102030405060708LL, "000001", 100500, 12345678901ULL, '1',
+                 20240102093015123LL, '2'));
+  ASSERT_EQ(count(), 1u);
+  const CVelmarTickByTick& r = last();
+  EXPECT_EQ(r.ExchangeID, 2u);
+  EXPECT_STREQ(r.SecurityID, "000001");
+  for (size_t i = 6; i < sizeof r.SecurityID; ++i) EXPECT_EQ(r.SecurityID[i], 0);
+  EXPECT_EQ(r.SeqNo, 0x0102030405060708LL);
+  EXPECT_EQ(r.ApplSeqNum, 0x0102030405060708LL);
+  EXPECT_EQ(r.TickTime, 20240102093015123LL);  // OrderTime stands at an odd offset
+  EXPECT_EQ(r.TickType, 1u);
+  EXPECT_EQ(r.ChannelNo, 0xBEEFu);
+  EXPECT_EQ(r.Price, 10.05);
+  EXPECT_EQ(r.Qty, 123456789);
+  EXPECT_EQ(r.Side, '1');
+  EXPECT_EQ(r.OrdType, '2');
+  // Bytes the order does not fill are zero, the trade overlay included.
+  EXPECT_EQ(r.BidApplSeqNum, 0);
+  EXPECT_EQ(r.OfferApplSeqNum, 0);
+  EXPECT_EQ(r.TradeFlag, 0);
+  EXPECT_EQ(r.Padding1, 0u);
+  EXPECT_EQ(r.Padding2, 0u);
+}
+
+TEST_F(TickPath, ShenzhenTradeFillsEveryField) {
+  api_.allTickExchange2_ = true;
+  feed(szseTrade(7, 55, "300446", 250001, 199, 'F', 20171229093000000LL, 0x1122334455LL,
+                 0x66778899AALL));
+  ASSERT_EQ(count(), 1u);
+  const CVelmarTickByTick& r = last();
+  EXPECT_EQ(r.ExchangeID, 2u);
+  EXPECT_STREQ(r.SecurityID, "300446");
+  EXPECT_EQ(r.SeqNo, 55);
+  EXPECT_EQ(r.ApplSeqNum, 55);
+  EXPECT_EQ(r.TickTime, 20171229093000000LL);
+  EXPECT_EQ(r.TickType, 2u);
+  EXPECT_EQ(r.ChannelNo, 7u);
+  EXPECT_EQ(r.Price, 25.0001);
+  EXPECT_EQ(r.Qty, 1);  // 199 / 100 truncates
+  EXPECT_EQ(r.TradeMoney, 7.0);  // the channel, as the field carries no money here
+  EXPECT_EQ(r.BidApplSeqNum, 0x1122334455LL);
+  EXPECT_EQ(r.OfferApplSeqNum, 0x66778899AALL);
+  EXPECT_EQ(r.TradeFlag, 'F');
+}
+
+TEST_F(TickPath, ShanghaiTradeFillsEveryFieldWithASignedIndex) {
+  api_.allTickExchange1_ = true;
+  feed(sseTrade(0x01020304, 77, "600000", 10150, 2500999, 123456789012345ULL, 93000123,
+                0xFFFFFFFF01ULL, 42, 'S'));
+  ASSERT_EQ(count(), 1u);
+  const CVelmarTickByTick& r = last();
+  EXPECT_EQ(r.ExchangeID, 1u);
+  EXPECT_STREQ(r.SecurityID, "600000");
+  EXPECT_EQ(r.SeqNo, 77);
+  EXPECT_EQ(r.TickTime, 93000123);
+  EXPECT_EQ(r.TickType, 2u);
+  EXPECT_EQ(r.ChannelNo, 0x01020304u);
+  EXPECT_EQ(r.Price, 10.15);
+  EXPECT_EQ(r.Qty, 2500);
+  EXPECT_EQ(r.TradeMoney, 123456789012345.0 / 100000);
+  EXPECT_EQ(r.BidApplSeqNum, static_cast<int64_t>(0xFFFFFFFF01ULL));
+  EXPECT_EQ(r.OfferApplSeqNum, 42);
+  EXPECT_EQ(r.TradeFlag, 'S');
+
+  // TradeIndex is signed: a negative index sign-extends, and on a fresh
+  // channel (stored 0) it is accepted.
+  feed(sseTrade(9, -5, "600000", 1, 1000, 0, 1));
+  ASSERT_EQ(count(), 2u);
+  EXPECT_EQ(last().SeqNo, -5);
+  EXPECT_EQ(api_.channelSeq_[9], -5);
+}
+
+TEST_F(TickPath, SequenceCheckPerChannel) {
+  api_.allTickExchange2_ = true;
+  struct Step {
+    char kind;  // 'o' order, 't' trade
+    uint16_t channel;
+    int64_t seq;
+    bool accepted;
+  };
+  const Step steps[] = {
+      {'o', 1, 100, true},   // first of channel 1
+      {'o', 1, 101, true},   // next
+      {'t', 1, 105, true},   // a jump forward, orders and trades share the line
+      {'o', 1, 103, false},  // older
+      {'t', 1, 105, false},  // repeat
+      {'o', 2, 3, true},     // another channel has its own line
+      {'o', 1, 106, true},
+      {'t', 2, 2, false},
+      {'t', 2, 0, false},  // 0 after a number is older
+  };
+  size_t expected = 0;
+  for (const Step& s : steps) {
+    if (s.kind == 'o')
+      feed(szseOrder(s.channel, s.seq, "000001", 1, 100, '1', 1));
+    else
+      feed(szseTrade(s.channel, s.seq, "000001", 1, 100, 'F', 1));
+    if (s.accepted) ++expected;
+    ASSERT_EQ(count(), expected) << s.kind << " " << s.channel << "/" << s.seq;
+  }
+  EXPECT_EQ(api_.channelSeq_[1], 106);
+  EXPECT_EQ(api_.channelSeq_[2], 3);
+}
+
+TEST_F(TickPath, ZeroOnAFreshChannelIsAcceptedAndStaysOpen) {
+  api_.allTickExchange2_ = true;
+  feed(szseOrder(4, 0, "000001", 1, 100, '1', 1));
+  feed(szseOrder(4, 0, "000001", 1, 100, '1', 1));  // stored 0 counts as fresh
+  EXPECT_EQ(count(), 2u);
+}
+
+TEST_F(TickPath, RefusalsAreLoggedForShenzhenOnlyAtInfo) {
+  api_.allTickExchange1_ = true;
+  api_.allTickExchange2_ = true;
+  feed(szseOrder(3, 10, "000001", 1, 100, '1', 1));
+  feed(szseOrder(3, 9, "000001", 1, 100, '1', 1));
+  feed(szseTrade(3, 10, "000002", 1, 100, 'F', 1));
+  feed(sseTrade(8, 10, "600000", 1, 1000, 0, 1));
+  feed(sseTrade(8, 10, "600000", 1, 1000, 0, 1));
+  const std::string text = LogCapture::text();
+  EXPECT_NE(text.find("INFO   "), std::string::npos);
+  EXPECT_NE(
+      text.find("ORDER_LOST SecurityID: 000001 pre_seq 10 , Applseqnum 9 , ChannalNo: 3 - "),
+      std::string::npos)
+      << text;
+  EXPECT_NE(
+      text.find("TRADE_LOST SecurityID: 000002 pre_seq 10, Applseqnum 10 , ChannalNo: 3 - "),
+      std::string::npos)
+      << text;
+  EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);  // Shanghai is silent
+  EXPECT_EQ(count(), 2u);
+
+  // Above INFO the refusal writes nothing.
+  LogCapture::clear();
+  Logger::setLogLevel(Logger::WARN);
+  feed(szseOrder(3, 1, "000001", 1, 100, '1', 1));
+  EXPECT_EQ(LogCapture::text(), "");
+}
+
+TEST_F(TickPath, SubscriptionFilterByExchangeFlagOrInstrument) {
+  subscribe("000001");
+  subscribe("600000");
+  feed(szseOrder(1, 10, "000002", 1, 100, '1', 1));  // not subscribed
+  EXPECT_EQ(count(), 0u);
+  // An unsubscribed instrument neither tests nor advances the channel's number.
+  EXPECT_EQ(api_.channelSeq_.count(1), 0u);
+  feed(szseOrder(1, 5, "000001", 1, 100, '1', 1));
+  feed(sseTrade(1, 6, "600000", 1, 1000, 0, 1));  // Shanghai channel 1 is the same line
+  feed(szseTrade(1, 6, "000001", 1, 100, 'F', 1));
+  EXPECT_EQ(count(), 2u);
+  feed(szseOrder(1, 3, "000002", 1, 100, '1', 1));
+  EXPECT_EQ(count(), 2u);
+
+  // The flag of one exchange opens that exchange only.
+  api_.allTickExchange2_ = true;
+  feed(szseOrder(2, 1, "000002", 1, 100, '1', 1));
+  feed(sseTrade(3, 1, "600001", 1, 1000, 0, 1));
+  EXPECT_EQ(count(), 3u);
+  api_.allTickExchange1_ = true;
+  feed(sseTrade(3, 1, "600001", 1, 1000, 0, 1));
+  EXPECT_EQ(count(), 4u);
+
+  // The key is the text up to the NUL, spaces kept.
+  api_.allTickExchange2_ = false;
+  feed(szseOrder(5, 1, "000001 ", 1, 100, '1', 1));
+  EXPECT_EQ(count(), 4u);
+}
+
+TEST_F(TickPath, GateAndUnknownTypes) {
+  api_.allTickExchange1_ = true;
+  api_.allTickExchange2_ = true;
+  api_.loggedIn_ = false;
+  feed(szseOrder(1, 1, "000001", 1, 100, '1', 1));
+  api_.loggedIn_ = true;
+  api_.connected_ = false;
+  feed(szseTrade(1, 1, "000001", 1, 100, 'F', 1));
+  api_.onFeedDatagram(nullptr);  // gate first: no log line either
+  EXPECT_EQ(count(), 0u);
+  EXPECT_TRUE(api_.channelSeq_.empty());
+  EXPECT_EQ(LogCapture::text(), "");
+
+  api_.connected_ = true;
+  for (uint32_t type : {0u, 1u, 3200u, 3203u, 300190u, 300193u, 0xFFFFFFFFu})
+    feed(Datagram(type, 0xAB));
+  EXPECT_EQ(count(), 0u);
+  EXPECT_EQ(LogCapture::text(), "");
+
+  api_.onFeedDatagram(nullptr);
+  EXPECT_TRUE(LogCapture::contains("ERR    "));
+  EXPECT_TRUE(LogCapture::contains("Recv empty msg - "));
+}
+
+TEST_F(TickPath, GarbageOfEveryTypeNeverCrashes) {
+  api_.allTickExchange1_ = true;
+  api_.allTickExchange2_ = true;
+  api_.snapshotsComplete_ = true;
+  Logger::setLogLevel(Logger::WARN);
+  std::mt19937 rng(12345);
+  const uint32_t types[] = {3113, 3201, 3202, 300111, 300191, 300192, 309011, 309111};
+  for (int round = 0; round < 400; ++round) {
+    Datagram d(types[round % 8]);
+    for (size_t i = 4; i < Datagram::kReceiveSize; ++i) d.raw()[i] = static_cast<uint8_t>(rng());
+    feed(d);
+  }
+  SUCCEED();
+}
