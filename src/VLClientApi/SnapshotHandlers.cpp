@@ -32,7 +32,9 @@ constexpr size_t kQueueLimit = 50;
 
 using RecordMap = std::unordered_map<std::string, std::unique_ptr<CVelmarMarketData>>;
 
-inline double scaled(uint64_t raw, double divisor) { return static_cast<double>(raw) / divisor; }
+inline double scaled(uint64_t raw, double divisor) {
+  return static_cast<double>(raw) / divisor;
+}
 inline int64_t scaledWhole(uint64_t raw, double divisor) {
   return static_cast<int64_t>(static_cast<double>(raw) / divisor);
 }
@@ -75,8 +77,7 @@ static_assert(feed::kBodyOffset + feed::szse_snapshot::QueueQty + 4 * 2 * kQueue
 static_assert(feed::sse_index::CloseIndex + 8 <= feed::kReceiveSize, "Shanghai index");
 static_assert(feed::kBodyOffset + feed::szse_index::LowIndex + 8 <= feed::kReceiveSize,
               "Shenzhen index");
-static_assert(feed::kBodyOffset + feed::szse_volume_stat::TotalValueTrade + 8 <=
-                  feed::kReceiveSize,
+static_assert(feed::kBodyOffset + feed::szse_volume_stat::TotalValueTrade + 8 <= feed::kReceiveSize,
               "Shenzhen volume statistics");
 
 }  // namespace
