@@ -1,15 +1,324 @@
 // The five snapshot handlers: they update the stored CVelmarMarketData of a
 // subscribed instrument in place and hand it to OnRtnMarketData.
+//
+// The feed never creates a record: the front delivers one per subscribed
+// instrument, and a message only changes what it carries, so whatever it does
+// not carry stays as the front or the last message left it. Each handler holds
+// mutex_ from the readiness test (or, for the Shanghai snapshot, from just
+// after it) to its end, callback included, because the front's thread replaces
+// and frees records under the same lock.
+//
+// Numbers with implied decimals are converted as the raw unsigned integer
+// divided in double precision, truncated toward zero where the record's field
+// is an integer. The divisors differ between messages even for the same kind
+// of value; each one below is the one of its own message.
+#include <algorithm>
+#include <cstring>
+
+#include "VLClientApi/FeedMessages.h"
 #include "VLClientApi/MdApiImpl.h"
+#include "utility/ByteOrder.h"
+#include "utility/Logging.h"
 
 namespace velmar {
 namespace mdapi {
 
-void MdApiImpl::onSseSnapshot(const char* /*datagram*/) {}
-void MdApiImpl::onSseIndex(const char* /*datagram*/) {}
-void MdApiImpl::onSzseSnapshot(const char* /*body*/) {}
-void MdApiImpl::onSzseIndex(const char* /*body*/) {}
-void MdApiImpl::onSzseVolumeStat(const char* /*body*/) {}
+using utility::loadLE;
+
+namespace {
+
+/// Size of the record's queue arrays; larger counts in a message are cut here.
+constexpr size_t kQueueLimit = 50;
+
+using RecordMap = std::unordered_map<std::string, std::unique_ptr<CVelmarMarketData>>;
+
+inline double scaled(uint64_t raw, double divisor) {
+  return static_cast<double>(raw) / divisor;
+}
+inline int64_t scaledWhole(uint64_t raw, double divisor) {
+  return static_cast<int64_t>(static_cast<double>(raw) / divisor);
+}
+
+inline CVelmarMarketData* findRecord(RecordMap& map, const std::string& key) {
+  auto it = map.find(key);
+  return it == map.end() ? nullptr : it->second.get();
+}
+
+/// A message is late if the record already holds more volume, or the same
+/// volume at the same or a later time. Volume decides first: a message with
+/// more volume is applied whatever its time says.
+inline bool isStale(const CVelmarMarketData& record, int64_t volume, int64_t time) {
+  return record.TotalVolume > volume || (record.TotalVolume == volume && record.UpdateTime >= time);
+}
+
+/// The ten price levels of both ten-level snapshots: u32 prices and u64
+/// quantities, each array packed behind its start offset.
+inline void writeLevels(CVelmarMarketData* r, const char* msg, size_t bidPx, size_t bidQty,
+                        size_t offerPx, size_t offerQty, double pxDivisor, double qtyDivisor) {
+  for (size_t i = 0; i < 10; ++i) {
+    r->BidPrice[i] = scaled(loadLE<uint32_t>(msg + bidPx + 4 * i), pxDivisor);
+    r->AskPrice[i] = scaled(loadLE<uint32_t>(msg + offerPx + 4 * i), pxDivisor);
+    r->BidVolume[i] = scaledWhole(loadLE<uint64_t>(msg + bidQty + 8 * i), qtyDivisor);
+    r->AskVolume[i] = scaledWhole(loadLE<uint64_t>(msg + offerQty + 8 * i), qtyDivisor);
+  }
+}
+
+inline uint8_t cappedQueueSize(unsigned count) {
+  return static_cast<uint8_t>(std::min<unsigned>(count, kQueueLimit));
+}
+
+// Every fixed field of every snapshot message lies far inside the receive
+// buffer; the queues are checked where they are read.
+static_assert(feed::sse_snapshot::QueueQty + 4 * kQueueLimit <= feed::kReceiveSize,
+              "Shanghai bid queue inside the receive buffer");
+static_assert(feed::kBodyOffset + feed::szse_snapshot::QueueQty + 4 * 2 * kQueueLimit <=
+                  feed::kReceiveSize,
+              "Shenzhen queues inside the receive buffer");
+static_assert(feed::sse_index::CloseIndex + 8 <= feed::kReceiveSize, "Shanghai index");
+static_assert(feed::kBodyOffset + feed::szse_index::LowIndex + 8 <= feed::kReceiveSize,
+              "Shenzhen index");
+static_assert(feed::kBodyOffset + feed::szse_volume_stat::TotalValueTrade + 8 <= feed::kReceiveSize,
+              "Shenzhen volume statistics");
+
+}  // namespace
+
+void MdApiImpl::onSseSnapshot(const char* datagram) {
+  namespace m = feed::sse_snapshot;
+  // The only handler that looks at readiness before the lock: a cheap early
+  // out while the front is still delivering its records.
+  if (!snapshotsComplete_.load(std::memory_order_acquire)) return;
+  utility::MutexLockGuard lock(mutex_);
+  const char* securityId = datagram + m::SecurityID;
+  CVelmarMarketData* r = findRecord(marketDataExchange1_, securityIdKey(securityId));
+  if (r == nullptr) return;
+
+  const uint32_t time = loadLE<uint32_t>(datagram + m::DataTimeStamp);
+  const int64_t volume = scaledWhole(loadLE<uint64_t>(datagram + m::TotalVolumeTrade), 1000);
+  if (isStale(*r, volume, time)) return;
+
+  r->ExchangeID = 1;
+  r->SecurityType = 1;
+  std::memcpy(r->SecurityID, securityId, 8);
+  r->LastPrice = scaled(loadLE<uint32_t>(datagram + m::LastPx), 1000);
+  r->PreClosePrice = scaled(loadLE<uint32_t>(datagram + m::PreClosePx), 1000);
+  r->OpenPrice = scaled(loadLE<uint32_t>(datagram + m::OpenPx), 1000);
+  r->HighPrice = scaled(loadLE<uint32_t>(datagram + m::HighPx), 1000);
+  r->LowPrice = scaled(loadLE<uint32_t>(datagram + m::LowPx), 1000);
+  r->UpdateTime = time;
+  r->TotalVolume = volume;
+  r->TotalValue = scaled(loadLE<uint64_t>(datagram + m::TotalValueTrade), 100000);
+  // The message has no average price; it is derived from the two totals just
+  // stored. A zero volume gives infinity or NaN, and that is passed on as is.
+  r->AvgPrice = r->TotalValue / static_cast<double>(r->TotalVolume);
+  r->NumTrades = loadLE<uint32_t>(datagram + m::NumTrades);
+  std::memcpy(r->TradingPhaseCode, datagram + m::TradingPhaseCode, 8);
+  writeLevels(r, datagram, m::BidPx, m::BidQty, m::OfferPx, m::OfferQty, 1000, 1000);
+  r->Reserved = 0;
+  r->TotalBidVolume = scaledWhole(loadLE<uint64_t>(datagram + m::TotalBidQty), 1000);
+  r->TotalAskVolume = scaledWhole(loadLE<uint64_t>(datagram + m::TotalOfferQty), 1000);
+  r->WeightedAvgBidPrice = scaled(loadLE<uint32_t>(datagram + m::WeightedAvgBidPx), 1000);
+  r->WeightedAvgAskPrice = scaled(loadLE<uint32_t>(datagram + m::WeightedAvgOfferPx), 1000);
+  r->AltWeightedAvgBidPrice = scaled(loadLE<uint32_t>(datagram + m::AltWeightedAvgBidPx), 1000);
+  r->AltWeightedAvgAskPrice = scaled(loadLE<uint32_t>(datagram + m::AltWeightedAvgOfferPx), 1000);
+  r->YieldToMaturity = scaled(loadLE<uint32_t>(datagram + m::YieldToMaturity), 1000);
+  r->IOPV = scaled(loadLE<uint32_t>(datagram + m::IOPV), 1000);
+  r->EtfBuyNumber = loadLE<uint32_t>(datagram + m::EtfBuyNumber);
+  r->EtfSellNumber = loadLE<uint32_t>(datagram + m::EtfSellNumber);
+  r->EtfBuyAmount = static_cast<double>(loadLE<uint64_t>(datagram + m::EtfBuyAmount));
+  r->EtfSellAmount = static_cast<double>(loadLE<uint64_t>(datagram + m::EtfSellAmount));
+  r->EtfBuyMoney = scaled(loadLE<uint32_t>(datagram + m::EtfBuyMoney), 1000);
+  r->EtfSellMoney = scaled(loadLE<uint32_t>(datagram + m::EtfSellMoney), 1000);
+  r->WithdrawBuyNumber = loadLE<uint32_t>(datagram + m::WithdrawBuyNumber);
+  r->WithdrawSellNumber = loadLE<uint32_t>(datagram + m::WithdrawSellNumber);
+  r->WithdrawBuyAmount = static_cast<double>(loadLE<uint64_t>(datagram + m::WithdrawBuyAmount));
+  r->WithdrawSellAmount = static_cast<double>(loadLE<uint64_t>(datagram + m::WithdrawSellAmount));
+  r->WithdrawBuyMoney = scaled(loadLE<uint32_t>(datagram + m::WithdrawBuyMoney), 1000);
+  r->WithdrawSellMoney = scaled(loadLE<uint32_t>(datagram + m::WithdrawSellMoney), 1000);
+  r->TotalBidNumber = loadLE<uint32_t>(datagram + m::TotalBidNumber);
+  r->TotalOfferNumber = loadLE<uint32_t>(datagram + m::TotalOfferNumber);
+  r->BidTradeMaxDuration = loadLE<uint32_t>(datagram + m::BidTradeMaxDuration);
+  r->OfferTradeMaxDuration = loadLE<uint32_t>(datagram + m::OfferTradeMaxDuration);
+  r->NumBidOrders = loadLE<uint32_t>(datagram + m::NumBidOrders);
+  r->NumOfferOrders = loadLE<uint32_t>(datagram + m::NumOfferOrders);
+  r->BestBidOrderCount = loadLE<uint32_t>(datagram + m::BestBidNumOrders);
+  r->BestAskOrderCount = loadLE<uint32_t>(datagram + m::BestOfferNumOrders);
+
+  // Queues: only the entries below the stored size are written; older ones
+  // above it stay, and the size says how far the arrays are valid.
+  const uint16_t bidCount = loadLE<uint16_t>(datagram + m::BestBidQueueCount);
+  const uint16_t offerCount = loadLE<uint16_t>(datagram + m::BestOfferQueueCount);
+  const uint8_t bidSize = cappedQueueSize(bidCount);
+  const uint8_t askSize = cappedQueueSize(offerCount);
+  r->BestBidQueueSize = bidSize;
+  r->BestAskQueueSize = askSize;
+  const char* queue = datagram + m::QueueQty;
+  for (size_t i = 0; i < bidSize; ++i) r->BestBidQueue[i] = loadLE<uint32_t>(queue + 4 * i);
+  // The offer queue stands behind the whole bid queue of the message, so its
+  // position follows the message's own count, not the capped one. That count
+  // is a u16: a sender that ignores the limit of 50 could place offer entries
+  // up to 256 KiB behind the datagram's start, far outside the receive buffer.
+  // Entries are read only while they lie inside the buffer; one that would lie
+  // outside it is stored as 0 rather than left with an older value, so the
+  // stored size still covers exactly what this message wrote.
+  constexpr size_t kEntriesInBuffer = (feed::kReceiveSize - m::QueueQty) / 4;
+  for (size_t i = 0; i < askSize; ++i) {
+    const size_t entry = bidCount + i;
+    r->BestAskQueue[i] = entry < kEntriesInBuffer ? loadLE<uint32_t>(queue + 4 * entry) : 0;
+  }
+
+  spi_->OnRtnMarketData(r);
+}
+
+void MdApiImpl::onSseIndex(const char* datagram) {
+  namespace m = feed::sse_index;
+  utility::MutexLockGuard lock(mutex_);
+  if (!snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  const char* securityId = datagram + m::SecurityID;
+  CVelmarMarketData* r = findRecord(marketDataExchange1_, securityIdKey(securityId));
+  if (r == nullptr) return;
+
+  const uint32_t time = loadLE<uint32_t>(datagram + m::DataTimeStamp);
+  const uint64_t rawVolume = loadLE<uint64_t>(datagram + m::TotalVolumeTraded);
+  const int64_t volume = scaledWhole(rawVolume, 1000);
+  if (isStale(*r, volume, time)) return;
+
+  r->ExchangeID = 1;
+  r->SecurityType = 2;
+  std::memcpy(r->SecurityID, securityId, 8);
+  r->UpdateTime = time;
+  // The Shanghai index message sends 0 for a value it does not have yet (no
+  // open before the opening, no close before the close); a 0 must not wipe
+  // what the record already knows.
+  if (rawVolume != 0) r->TotalVolume = volume;
+  auto setPrice = [datagram](double& field, size_t offset, double divisor) {
+    const uint64_t raw = loadLE<uint64_t>(datagram + offset);
+    if (raw != 0) field = scaled(raw, divisor);
+  };
+  setPrice(r->TotalValue, m::Turnover, 10);
+  setPrice(r->LastPrice, m::LastIndex, 100000);
+  setPrice(r->PreClosePrice, m::PreCloseIndex, 100000);
+  setPrice(r->OpenPrice, m::OpenIndex, 100000);
+  setPrice(r->HighPrice, m::HighIndex, 100000);
+  setPrice(r->LowPrice, m::LowIndex, 100000);
+  setPrice(r->ClosePrice, m::CloseIndex, 100000);
+
+  spi_->OnRtnMarketData(r);
+}
+
+void MdApiImpl::onSzseSnapshot(const char* body) {
+  namespace m = feed::szse_snapshot;
+  utility::MutexLockGuard lock(mutex_);
+  if (!snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  const std::string key = securityIdKey(body + m::SecurityID);
+  CVelmarMarketData* r = findRecord(marketDataExchange2_, key);
+  if (r == nullptr) return;
+
+  const int64_t time = loadLE<int64_t>(body + m::OrigTime);
+  const uint64_t rawVolume = loadLE<uint64_t>(body + m::TotalVolumeTrade);
+  const int64_t volume = scaledWhole(rawVolume, 100);
+  if (isStale(*r, volume, time)) {
+    LOG_INFO << "SzseMd MD_LOST Applseqnum " << rawVolume << ",SecurityID " << key
+             << ",time:" << time;
+    return;
+  }
+
+  // ExchangeID is already 2 (the record came from the Shenzhen map), and the
+  // message has no previous close: PreClosePrice stays as the front, the index
+  // or the volume statistics left it.
+  r->SecurityType = 1;
+  r->LastPrice = scaled(loadLE<uint32_t>(body + m::LastPx), 1000000);
+  r->OpenPrice = scaled(loadLE<uint32_t>(body + m::OpenPx), 1000000);
+  r->HighPrice = scaled(loadLE<uint32_t>(body + m::HighPx), 1000000);
+  r->LowPrice = scaled(loadLE<uint32_t>(body + m::LowPx), 1000000);
+  r->UpperLimitPrice = scaled(loadLE<uint32_t>(body + m::UpperLimitPx), 1000000);
+  r->LowerLimitPrice = scaled(loadLE<uint32_t>(body + m::LowerLimitPx), 1000000);
+  r->UpdateTime = time;
+  r->TotalVolume = volume;
+  r->TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), 10000);
+  r->AvgPrice = scaled(loadLE<uint32_t>(body + m::AvgPx), 1000000);
+  r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
+  std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
+  writeLevels(r, body, m::BidPx, m::BidQty, m::OfferPx, m::OfferQty, 1000000, 100);
+  r->Reserved = 0;
+  r->TotalBidVolume = scaledWhole(loadLE<uint64_t>(body + m::TotalBidQty), 100);
+  r->TotalAskVolume = scaledWhole(loadLE<uint64_t>(body + m::TotalOfferQty), 100);
+  r->WeightedAvgBidPrice = scaled(loadLE<uint32_t>(body + m::WeightedAvgBidPx), 1000000);
+  r->WeightedAvgAskPrice = scaled(loadLE<uint32_t>(body + m::WeightedAvgOfferPx), 1000000);
+  r->IOPV = scaled(loadLE<uint32_t>(body + m::IOPV), 1000000);
+  r->BestBidOrderCount = loadLE<uint32_t>(body + m::BestBidNumOrders);
+  r->BestAskOrderCount = loadLE<uint32_t>(body + m::BestOfferNumOrders);
+
+  // Counts are u8 here. Unlike the Shanghai message, the offer queue is taken
+  // from behind the stored (capped) bid count; with both capped at 50 every
+  // read stays within 780 bytes of the body.
+  const uint8_t bidSize = cappedQueueSize(static_cast<uint8_t>(body[m::BestBidQueueCount]));
+  const uint8_t askSize = cappedQueueSize(static_cast<uint8_t>(body[m::BestOfferQueueCount]));
+  r->BestBidQueueSize = bidSize;
+  r->BestAskQueueSize = askSize;
+  const char* queue = body + m::QueueQty;
+  // A u32 divided by 100 in double precision and truncated equals the integer
+  // quotient: the double quotient is never within rounding distance of the
+  // next whole number. The integer form is cheaper on this hot path.
+  for (size_t i = 0; i < bidSize; ++i) r->BestBidQueue[i] = loadLE<uint32_t>(queue + 4 * i) / 100;
+  const char* offerQueue = queue + 4 * size_t{bidSize};
+  for (size_t i = 0; i < askSize; ++i)
+    r->BestAskQueue[i] = loadLE<uint32_t>(offerQueue + 4 * i) / 100;
+
+  spi_->OnRtnMarketData(r);
+}
+
+void MdApiImpl::onSzseIndex(const char* body) {
+  namespace m = feed::szse_index;
+  utility::MutexLockGuard lock(mutex_);
+  if (!snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  CVelmarMarketData* r = findRecord(marketDataExchange2_, securityIdKey(body + m::SecurityID));
+  if (r == nullptr) return;
+
+  const int64_t time = loadLE<int64_t>(body + m::OrigTime);
+  const int64_t volume = scaledWhole(loadLE<uint64_t>(body + m::TotalVolumeTrade), 100);
+  if (isStale(*r, volume, time)) return;
+
+  // Unlike the Shanghai index, every value is written, zeros included.
+  r->ExchangeID = 2;
+  r->SecurityType = 2;
+  r->UpdateTime = time;
+  r->TotalVolume = volume;
+  r->TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), 10000);
+  r->LastPrice = scaled(loadLE<uint64_t>(body + m::LastIndex), 1000000);
+  r->PreClosePrice = scaled(loadLE<uint64_t>(body + m::PreCloseIndex), 1000000);
+  r->OpenPrice = scaled(loadLE<uint64_t>(body + m::OpenIndex), 1000000);
+  r->HighPrice = scaled(loadLE<uint64_t>(body + m::HighIndex), 1000000);
+  r->LowPrice = scaled(loadLE<uint64_t>(body + m::LowIndex), 1000000);
+  r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
+  std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
+
+  spi_->OnRtnMarketData(r);
+}
+
+void MdApiImpl::onSzseVolumeStat(const char* body) {
+  namespace m = feed::szse_volume_stat;
+  utility::MutexLockGuard lock(mutex_);
+  if (!snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  const char* securityId = body + m::SecurityID;
+  CVelmarMarketData* r = findRecord(marketDataExchange2_, securityIdKey(securityId));
+  if (r == nullptr) return;
+
+  const int64_t time = loadLE<int64_t>(body + m::OrigTime);
+  const int64_t volume = scaledWhole(loadLE<uint64_t>(body + m::TotalVolumeTrade), 100);
+  if (isStale(*r, volume, time)) return;
+
+  r->ExchangeID = 2;
+  r->SecurityType = 1;
+  std::memcpy(r->SecurityID, securityId, 8);
+  r->UpdateTime = time;
+  r->TotalVolume = volume;
+  r->TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), 10000);
+  r->PreClosePrice = scaled(loadLE<uint64_t>(body + m::PrevClosePx), 10000);
+  r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
+  std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
+
+  spi_->OnRtnMarketData(r);
+}
 
 }  // namespace mdapi
 }  // namespace velmar

@@ -1,0 +1,819 @@
+// The five snapshot messages, from onFeedDatagram to the stored record.
+//
+// Datagrams are written field by field at literal offsets, with values that
+// only the right width, the right divisor and the right signedness turn into
+// the expected record. Records start as a byte pattern, and every check
+// compares the whole record, so a field written by mistake shows as well as a
+// field written wrongly.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstring>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "VLClientApi/MdApiImpl.h"
+#include "support/SnapshotDatagrams.h"
+#include "utility/Logging.h"
+
+namespace {
+
+using velmar::mdapi::MdApiImpl;
+using velmar::mdapi::VelmarMdSpi;
+using velmar::test_support::FeedDatagram;
+using velmar::utility::Logger;
+
+constexpr uint32_t kSseIndex = 3113;
+constexpr uint32_t kSseSnapshot = 3202;
+constexpr uint32_t kSzseSnapshot = 300111;
+constexpr uint32_t kSzseIndex = 309011;
+constexpr uint32_t kSzseVolumeStat = 309111;
+
+constexpr uint8_t kRecordPattern = 0x5C;
+
+struct RecordingSpi : VelmarMdSpi {
+  MdApiImpl* impl = nullptr;
+  int calls = 0;
+  CVelmarMarketData* last = nullptr;
+  bool lockHeld = false;
+  void OnRtnMarketData(CVelmarMarketData* data) override {
+    ++calls;
+    last = data;
+    lockHeld = impl->mutex_.isLockedByThisThread();
+  }
+};
+
+/// Whole-record comparison that names the differing byte ranges.
+::testing::AssertionResult sameRecord(const CVelmarMarketData& expected,
+                                      const CVelmarMarketData& actual) {
+  const auto* e = reinterpret_cast<const unsigned char*>(&expected);
+  const auto* a = reinterpret_cast<const unsigned char*>(&actual);
+  std::ostringstream diff;
+  size_t i = 0;
+  bool differs = false;
+  while (i < sizeof(CVelmarMarketData)) {
+    if (e[i] == a[i]) {
+      ++i;
+      continue;
+    }
+    size_t j = i;
+    while (j < sizeof(CVelmarMarketData) && e[j] != a[j]) ++j;
+    diff << " [" << i << "," << j << ")";
+    differs = true;
+    i = j;
+  }
+  if (!differs) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "records differ at bytes" << diff.str();
+}
+
+// Log capture: one process-wide output function, so the text goes to a global.
+std::string g_logText;
+void captureLog(const char* msg, int len) {
+  g_logText.append(msg, static_cast<size_t>(len));
+}
+
+class SnapshotHandlersTest : public ::testing::Test {
+ protected:
+  SnapshotHandlersTest() {
+    spi_.impl = &api_;
+    api_.RegisterSpi(&spi_);
+    api_.connected_ = true;
+    api_.loggedIn_ = true;
+    api_.snapshotsComplete_ = true;
+    savedOutput_ = Logger::output();
+    savedLevel_ = Logger::logLevel();
+    g_logText.clear();
+    Logger::setOutput(captureLog);
+    Logger::setLogLevel(Logger::INFO);
+  }
+  ~SnapshotHandlersTest() override {
+    Logger::setOutput(savedOutput_);
+    Logger::setLogLevel(savedLevel_);
+  }
+
+  /// A stored record as the front would have left it, but filled with a byte
+  /// pattern so that every untouched byte is recognisable. Volume and time are
+  /// low so that the test messages are fresh.
+  CVelmarMarketData* addRecord(int exchange, const char* id) {
+    std::unique_ptr<CVelmarMarketData> record(new CVelmarMarketData);
+    std::memset(record.get(), kRecordPattern, sizeof(CVelmarMarketData));
+    std::memset(record->SecurityID, 0, sizeof record->SecurityID);
+    std::memcpy(record->SecurityID, id, std::strlen(id));
+    record->TotalVolume = 1;
+    record->UpdateTime = 1;
+    CVelmarMarketData* raw = record.get();
+    (exchange == 1 ? api_.marketDataExchange1_ : api_.marketDataExchange2_)[id] = std::move(record);
+    return raw;
+  }
+
+  void feed(const FeedDatagram& datagram) { api_.onFeedDatagram(datagram.data()); }
+
+  MdApiImpl api_;
+  RecordingSpi spi_;
+  Logger::OutputFunc savedOutput_;
+  Logger::LogLevel savedLevel_;
+};
+
+// ---------------------------------------------------------------------------
+// Golden messages
+// ---------------------------------------------------------------------------
+
+FeedDatagram goldenSseSnapshot() {
+  FeedDatagram d = FeedDatagram::shanghai(kSseSnapshot);
+  d.u32(4, 0x80000001u)  // DataTimeStamp: zero-extended, not sign-extended
+      .securityId(8, "600000", 'x')
+      .u32(16, 10050)        // PreClosePx
+      .u32(20, 10100)        // OpenPx
+      .u32(24, 10880)        // HighPx
+      .u32(28, 9990)         // LowPx
+      .u32(32, 4000000123u)  // LastPx; 36..47 not read
+      .text(48, "E1 0 Tz9", 8)
+      .u32(56, 0xF0000001u)        // NumTrades, unsigned
+      .u64(60, 5000000000123ull)   // TotalVolumeTrade
+      .u64(68, 98765432109876ull)  // TotalValueTrade
+      .u64(76, 7000000000999ull)   // TotalBidQty
+      .u32(84, 10010)              // WeightedAvgBidPx
+      .u32(88, 10020)              // AltWeightedAvgBidPx
+      .u64(92, 8000000000500ull)   // TotalOfferQty
+      .u32(100, 10030)             // WeightedAvgOfferPx
+      .u32(104, 10040)             // AltWeightedAvgOfferPx
+      .u32(108, 1234)              // IOPV
+      .u32(112, 0xF1000002u)       // EtfBuyNumber
+      .u64(116, 4294967299ull)     // EtfBuyAmount
+      .u32(124, 4294967295u)       // EtfBuyMoney; 128..131 not read
+      .u32(132, 0xF2000003u)       // EtfSellNumber
+      .u64(136, 6000000000007ull)  // EtfSellAmount
+      .u32(144, 3000000001u)       // EtfSellMoney; 148..151 not read
+      .u32(152, 4567)              // YieldToMaturity; 156..163 not read
+      .u32(164, 0xF3000004u)       // WithdrawBuyNumber
+      .u64(168, 7000000000011ull)  // WithdrawBuyAmount
+      .u32(176, 2500000002u)       // WithdrawBuyMoney; 180..183 not read
+      .u32(184, 0xF4000005u)       // WithdrawSellNumber
+      .u64(188, 8000000000013ull)  // WithdrawSellAmount
+      .u32(196, 2600000003u)       // WithdrawSellMoney; 200..203 not read
+      .u32(204, 0xF5000006u)       // TotalBidNumber
+      .u32(208, 0xF6000007u)       // TotalOfferNumber
+      .u32(212, 0xF7000008u)       // BidTradeMaxDuration
+      .u32(216, 0xF8000009u)       // OfferTradeMaxDuration
+      .u32(220, 0xF900000Au)       // NumBidOrders
+      .u32(224, 0xFA00000Bu);      // NumOfferOrders
+  for (uint32_t i = 0; i < 10; ++i) {
+    d.u32(228 + 4 * i, 10000 - 10 * i);                     // BidPx
+    d.u64(268 + 8 * i, 5000000000000ull + 1000 * i + 999);  // BidQty
+    d.u32(348 + 4 * i, 10010 + 10 * i);                     // OfferPx
+    d.u64(388 + 8 * i, 6000000000000ull + 1000 * i + 1);    // OfferQty
+  }
+  d.u32(468, 0xE0000001u)     // BestBidNumOrders
+      .u32(472, 0xE0000002u)  // BestOfferNumOrders
+      .u16(476, 3)            // BestBidQueueCount
+      .u16(478, 2)            // BestOfferQueueCount
+      .u32(480, 4000000001u)
+      .u32(484, 4000000002u)
+      .u32(488, 4000000003u)
+      .u32(492, 4100000001u)
+      .u32(496, 4100000002u);
+  return d;
+}
+
+void applyGoldenSseSnapshot(CVelmarMarketData& r) {
+  r.ExchangeID = 1;
+  r.SecurityType = 1;
+  std::memcpy(r.SecurityID, "600000\0x", 8);
+  r.LastPrice = 4000000.123;
+  r.PreClosePrice = 10.05;
+  r.OpenPrice = 10.1;
+  r.HighPrice = 10.88;
+  r.LowPrice = 9.99;
+  r.UpdateTime = 2147483649;
+  r.TotalVolume = 5000000000;
+  r.TotalValue = 987654321.09876;
+  r.AvgPrice = 987654321.09876 / 5000000000.0;
+  r.NumTrades = 4026531841;
+  std::memcpy(r.TradingPhaseCode, "E1 0 Tz9", 8);
+  for (int i = 0; i < 10; ++i) {
+    r.BidPrice[i] = (10000 - 10 * i) / 1000.0;
+    r.BidVolume[i] = 5000000000 + i;
+    r.AskPrice[i] = (10010 + 10 * i) / 1000.0;
+    r.AskVolume[i] = 6000000000 + i;
+  }
+  r.Reserved = 0;
+  r.TotalBidVolume = 7000000000;
+  r.TotalAskVolume = 8000000000;
+  r.WeightedAvgBidPrice = 10.01;
+  r.AltWeightedAvgBidPrice = 10.02;
+  r.WeightedAvgAskPrice = 10.03;
+  r.AltWeightedAvgAskPrice = 10.04;
+  r.IOPV = 1.234;
+  r.EtfBuyNumber = 0xF1000002u;
+  r.EtfBuyAmount = 4294967299.0;
+  r.EtfBuyMoney = 4294967.295;
+  r.EtfSellNumber = 0xF2000003u;
+  r.EtfSellAmount = 6000000000007.0;
+  r.EtfSellMoney = 3000000.001;
+  r.YieldToMaturity = 4.567;
+  r.WithdrawBuyNumber = 0xF3000004u;
+  r.WithdrawBuyAmount = 7000000000011.0;
+  r.WithdrawBuyMoney = 2500000.002;
+  r.WithdrawSellNumber = 0xF4000005u;
+  r.WithdrawSellAmount = 8000000000013.0;
+  r.WithdrawSellMoney = 2600000.003;
+  r.TotalBidNumber = 4110417926;
+  r.TotalOfferNumber = 4127195143;
+  r.BidTradeMaxDuration = 0xF7000008u;
+  r.OfferTradeMaxDuration = 0xF8000009u;
+  r.NumBidOrders = 0xF900000Au;
+  r.NumOfferOrders = 0xFA00000Bu;
+  r.BestBidOrderCount = 0xE0000001u;
+  r.BestAskOrderCount = 0xE0000002u;
+  r.BestBidQueueSize = 3;
+  r.BestBidQueue[0] = 4000000001u;
+  r.BestBidQueue[1] = 4000000002u;
+  r.BestBidQueue[2] = 4000000003u;
+  r.BestAskQueueSize = 2;
+  r.BestAskQueue[0] = 4100000001u;
+  r.BestAskQueue[1] = 4100000002u;
+}
+
+FeedDatagram goldenSseIndex() {
+  FeedDatagram d = FeedDatagram::shanghai(kSseIndex);
+  d.u32(4, 0xF0000010u)  // DataTimeStamp
+      .securityId(8, "000001", 'y')
+      .u64(16, 300012345678ull)   // PreCloseIndex
+      .u64(24, 300112345670ull)   // OpenIndex
+      .u64(32, 1234567890123ull)  // Turnover
+      .u64(40, 310000000001ull)   // HighIndex
+      .u64(48, 290000000002ull)   // LowIndex
+      .u64(56, 305000000003ull)   // LastIndex; 64..67 not read
+      .u64(68, 9876543210987ull)  // TotalVolumeTraded
+      .u64(76, 304000000004ull);  // CloseIndex
+  return d;
+}
+
+void applyGoldenSseIndex(CVelmarMarketData& r) {
+  r.ExchangeID = 1;
+  r.SecurityType = 2;
+  std::memcpy(r.SecurityID, "000001\0y", 8);
+  r.UpdateTime = 4026531856;
+  r.TotalVolume = 9876543210;
+  r.TotalValue = 123456789012.3;
+  r.LastPrice = 3050000.00003;
+  r.PreClosePrice = 3000123.45678;
+  r.OpenPrice = 3001123.4567;
+  r.HighPrice = 3100000.00001;
+  r.LowPrice = 2900000.00002;
+  r.ClosePrice = 3040000.00004;
+}
+
+FeedDatagram goldenSzseSnapshot() {
+  FeedDatagram d = FeedDatagram::shenzhen(kSzseSnapshot);
+  d.i64(0, 20240612093000123ll)  // OrigTime
+      .u16(8, 2011)              // ChannelNo, not read
+      .text(10, "010", 3)        // MDStreamID, not read
+      .securityId(13, "000001", 'z')
+      .text(21, "102", 4)  // SecurityIDSource, not read
+      .text(25, "T0abcdef", 8)
+      .u32(33, 12345678)            // PrevClosePx, not read
+      .i64(37, 21780256376ll)       // NumTrades
+      .u64(45, 500000000000099ull)  // TotalVolumeTrade
+      .u64(53, 123456789012345ull)  // TotalValueTrade
+      .u32(61, 4012345678u)         // LastPx
+      .u32(65, 4000000001u)         // OpenPx
+      .u32(69, 4100000002u)         // HighPx
+      .u32(73, 3900000003u)         // LowPx
+      .u32(77, 4005000004u)         // AvgPx
+      .u32(81, 4290000005u)         // UpperLimitPx
+      .u32(85, 3600000006u)         // LowerLimitPx
+      .u64(89, 700000000000055ull)  // TotalBidQty
+      .u64(97, 800000000000077ull)  // TotalOfferQty
+      .u32(105, 3950000007u)        // WeightedAvgBidPx
+      .u32(109, 4050000008u)        // WeightedAvgOfferPx
+      .u32(113, 1000009);           // IOPV; 117..120 not read
+  for (uint32_t i = 0; i < 10; ++i) {
+    d.u32(121 + 4 * i, 4010000000u - 10000 * i);            // BidPx
+    d.u64(161 + 8 * i, 600000000000000ull + 100 * i + 99);  // BidQty
+    d.u32(241 + 4 * i, 4020000000u + 10000 * i);            // OfferPx
+    d.u64(281 + 8 * i, 610000000000000ull + 100 * i + 1);   // OfferQty
+  }
+  d.u32(361, 0xE1000001u)     // BestBidNumOrders
+      .u32(365, 0xE1000002u)  // BestOfferNumOrders
+      .u8(369, 3)             // BestBidQueueCount
+      .u8(370, 2)             // BestOfferQueueCount; 371..379 not read
+      .u32(380, 4000000099u)
+      .u32(384, 4000000199u)
+      .u32(388, 12345)
+      .u32(392, 4100000050u)
+      .u32(396, 99);
+  return d;
+}
+
+void applyGoldenSzseSnapshot(CVelmarMarketData& r) {
+  // ExchangeID, SecurityID and PreClosePrice are not the message's to write.
+  r.SecurityType = 1;
+  r.LastPrice = 4012.345678;
+  r.OpenPrice = 4000.000001;
+  r.HighPrice = 4100.000002;
+  r.LowPrice = 3900.000003;
+  r.UpperLimitPrice = 4290.000005;
+  r.LowerLimitPrice = 3600.000006;
+  r.UpdateTime = 20240612093000123;
+  r.TotalVolume = 5000000000000;
+  r.TotalValue = 12345678901.2345;
+  r.AvgPrice = 4005.000004;
+  r.NumTrades = 21780256376;
+  std::memcpy(r.TradingPhaseCode, "T0abcdef", 8);
+  for (int i = 0; i < 10; ++i) {
+    r.BidPrice[i] = (4010000000.0 - 10000 * i) / 1000000;
+    r.BidVolume[i] = 6000000000000 + i;
+    r.AskPrice[i] = (4020000000.0 + 10000 * i) / 1000000;
+    r.AskVolume[i] = 6100000000000 + i;
+  }
+  r.Reserved = 0;
+  r.TotalBidVolume = 7000000000000;
+  r.TotalAskVolume = 8000000000000;
+  r.WeightedAvgBidPrice = 3950.000007;
+  r.WeightedAvgAskPrice = 4050.000008;
+  r.IOPV = 1.000009;
+  r.BestBidOrderCount = 0xE1000001u;
+  r.BestAskOrderCount = 0xE1000002u;
+  r.BestBidQueueSize = 3;
+  r.BestBidQueue[0] = 40000000;
+  r.BestBidQueue[1] = 40000001;
+  r.BestBidQueue[2] = 123;
+  r.BestAskQueueSize = 2;
+  r.BestAskQueue[0] = 41000000;
+  r.BestAskQueue[1] = 0;
+}
+
+FeedDatagram goldenSzseIndex() {
+  FeedDatagram d = FeedDatagram::shenzhen(kSzseIndex);
+  d.i64(0, 20240612093003000ll)  // OrigTime; 8..12 not read
+      .securityId(13, "399001", 'q')
+      .text(25, "I0  ghij", 8)       // TradingPhaseCode; 33..40 not read
+      .i64(41, 31234567890ll)        // NumTrades
+      .u64(49, 1234567890123499ull)  // TotalVolumeTrade
+      .u64(57, 987654321098765ull)   // TotalValueTrade
+      .u64(65, 10123456789ull)       // LastIndex
+      .u64(73, 10023456789ull)       // PreCloseIndex
+      .u64(81, 10033456789ull)       // OpenIndex
+      .u64(89, 10223456789ull)       // HighIndex
+      .u64(97, 9923456789ull);       // LowIndex
+  return d;
+}
+
+void applyGoldenSzseIndex(CVelmarMarketData& r) {
+  r.ExchangeID = 2;
+  r.SecurityType = 2;
+  r.UpdateTime = 20240612093003000;
+  r.TotalVolume = 12345678901234;
+  r.TotalValue = 98765432109.8765;
+  r.LastPrice = 10123.456789;
+  r.PreClosePrice = 10023.456789;
+  r.OpenPrice = 10033.456789;
+  r.HighPrice = 10223.456789;
+  r.LowPrice = 9923.456789;
+  r.NumTrades = 31234567890;
+  std::memcpy(r.TradingPhaseCode, "I0  ghij", 8);
+}
+
+FeedDatagram goldenSzseVolumeStat() {
+  FeedDatagram d = FeedDatagram::shenzhen(kSzseVolumeStat);
+  d.i64(0, 20240612150000000ll)  // OrigTime; 8..12 not read
+      .securityId(13, "000002", 'w')
+      .text(25, "S1 klmno", 8)        // TradingPhaseCode
+      .u64(33, 50000000123ull)        // PrevClosePx
+      .i64(41, 9000000001ll)          // NumTrades
+      .u64(49, 300000000000050ull)    // TotalVolumeTrade
+      .u64(57, 4500000000001234ull);  // TotalValueTrade
+  return d;
+}
+
+void applyGoldenSzseVolumeStat(CVelmarMarketData& r) {
+  r.ExchangeID = 2;
+  r.SecurityType = 1;
+  std::memcpy(r.SecurityID, "000002\0w", 8);
+  r.UpdateTime = 20240612150000000;
+  r.TotalVolume = 3000000000000;
+  r.TotalValue = 450000000000.1234;
+  r.PreClosePrice = 5000000.0123;
+  r.NumTrades = 9000000001;
+  std::memcpy(r.TradingPhaseCode, "S1 klmno", 8);
+}
+
+struct GoldenCase {
+  const char* name;
+  int exchange;
+  const char* id;
+  FeedDatagram (*make)();
+  void (*apply)(CVelmarMarketData&);
+};
+
+const GoldenCase kGoldenCases[] = {
+    {"SseSnapshot", 1, "600000", goldenSseSnapshot, applyGoldenSseSnapshot},
+    {"SseIndex", 1, "000001", goldenSseIndex, applyGoldenSseIndex},
+    {"SzseSnapshot", 2, "000001", goldenSzseSnapshot, applyGoldenSzseSnapshot},
+    {"SzseIndex", 2, "399001", goldenSzseIndex, applyGoldenSzseIndex},
+    {"SzseVolumeStat", 2, "000002", goldenSzseVolumeStat, applyGoldenSzseVolumeStat},
+};
+
+TEST_F(SnapshotHandlersTest, GoldenMessagesWriteExactlyTheirFields) {
+  for (const GoldenCase& c : kGoldenCases) {
+    SCOPED_TRACE(c.name);
+    api_.marketDataExchange1_.clear();
+    api_.marketDataExchange2_.clear();
+    spi_.calls = 0;
+    CVelmarMarketData* stored = addRecord(c.exchange, c.id);
+    CVelmarMarketData expected = *stored;
+    c.apply(expected);
+
+    feed(c.make());
+
+    EXPECT_EQ(spi_.calls, 1);
+    EXPECT_EQ(spi_.last, stored);
+    EXPECT_TRUE(spi_.lockHeld);
+    EXPECT_TRUE(sameRecord(expected, *stored));
+  }
+}
+
+TEST_F(SnapshotHandlersTest, GoldenMessagesReadUnalignedBuffers) {
+  // The receiver's buffer has no particular alignment: shift every message by
+  // one byte in a larger buffer and expect the same record.
+  for (const GoldenCase& c : kGoldenCases) {
+    SCOPED_TRACE(c.name);
+    api_.marketDataExchange1_.clear();
+    api_.marketDataExchange2_.clear();
+    CVelmarMarketData* stored = addRecord(c.exchange, c.id);
+    CVelmarMarketData expected = *stored;
+    c.apply(expected);
+
+    const FeedDatagram d = c.make();
+    std::vector<char> shifted(FeedDatagram::kBufferSize + 1);
+    std::memcpy(shifted.data() + 1, d.data(), FeedDatagram::kBufferSize);
+    api_.onFeedDatagram(shifted.data() + 1);
+    EXPECT_TRUE(sameRecord(expected, *stored));
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Gate, look-up, staleness
+// ---------------------------------------------------------------------------
+
+/// A minimal message of each kind: instrument, time and raw volume, the rest
+/// zero (so queue counts are 0).
+struct Kind {
+  const char* name;
+  int exchange;
+  double volumeDivisor;
+  FeedDatagram (*make)(const char* id, uint64_t rawVolume, int64_t time);
+};
+
+const Kind kKinds[] = {
+    {"SseSnapshot", 1, 1000,
+     [](const char* id, uint64_t volume, int64_t time) {
+       FeedDatagram d = FeedDatagram::shanghai(kSseSnapshot, 0);
+       d.u32(4, static_cast<uint32_t>(time)).securityId(8, id).u64(60, volume);
+       return d;
+     }},
+    {"SseIndex", 1, 1000,
+     [](const char* id, uint64_t volume, int64_t time) {
+       FeedDatagram d = FeedDatagram::shanghai(kSseIndex, 0);
+       d.u32(4, static_cast<uint32_t>(time)).securityId(8, id).u64(68, volume);
+       return d;
+     }},
+    {"SzseSnapshot", 2, 100,
+     [](const char* id, uint64_t volume, int64_t time) {
+       FeedDatagram d = FeedDatagram::shenzhen(kSzseSnapshot, 0);
+       d.i64(0, time).securityId(13, id).u64(45, volume);
+       return d;
+     }},
+    {"SzseIndex", 2, 100,
+     [](const char* id, uint64_t volume, int64_t time) {
+       FeedDatagram d = FeedDatagram::shenzhen(kSzseIndex, 0);
+       d.i64(0, time).securityId(13, id).u64(49, volume);
+       return d;
+     }},
+    {"SzseVolumeStat", 2, 100,
+     [](const char* id, uint64_t volume, int64_t time) {
+       FeedDatagram d = FeedDatagram::shenzhen(kSzseVolumeStat, 0);
+       d.i64(0, time).securityId(13, id).u64(49, volume);
+       return d;
+     }},
+};
+
+TEST_F(SnapshotHandlersTest, NothingBeforeTheFrontsSnapshotsAreComplete) {
+  api_.snapshotsComplete_ = false;
+  for (const Kind& k : kKinds) {
+    SCOPED_TRACE(k.name);
+    CVelmarMarketData* stored = addRecord(k.exchange, "600001");
+    const CVelmarMarketData before = *stored;
+    feed(k.make("600001", 100000, 99));
+    EXPECT_EQ(spi_.calls, 0);
+    EXPECT_TRUE(sameRecord(before, *stored));
+  }
+}
+
+TEST_F(SnapshotHandlersTest, NothingForAnInstrumentWithoutRecord) {
+  // The record exists, but in the other exchange's map, or under a longer id.
+  for (const Kind& k : kKinds) {
+    SCOPED_TRACE(k.name);
+    api_.marketDataExchange1_.clear();
+    api_.marketDataExchange2_.clear();
+    CVelmarMarketData* other = addRecord(3 - k.exchange, "600001");
+    CVelmarMarketData* longer = addRecord(k.exchange, "6000011");
+    const CVelmarMarketData otherBefore = *other, longerBefore = *longer;
+    feed(k.make("600001", 100000, 99));
+    EXPECT_EQ(spi_.calls, 0);
+    EXPECT_TRUE(sameRecord(otherBefore, *other));
+    EXPECT_TRUE(sameRecord(longerBefore, *longer));
+  }
+  EXPECT_EQ(g_logText, "");
+}
+
+TEST_F(SnapshotHandlersTest, VolumeDecidesFirstThenTime) {
+  struct Case {
+    const char* name;
+    int64_t volume;  // in record units
+    int64_t time;
+    bool applied;
+  };
+  // The stored record holds volume 1000 at time 5000. Every raw volume below
+  // carries a remainder just under one unit, which truncation must drop.
+  const Case cases[] = {
+      {"lower volume, later time", 999, 9999, false},
+      {"equal volume, equal time", 1000, 5000, false},
+      {"equal volume, earlier time", 1000, 4999, false},
+      {"equal volume, later time", 1000, 5001, true},
+      {"higher volume, earlier time", 1001, 1, true},
+  };
+  for (const Kind& k : kKinds) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(std::string(k.name) + ": " + c.name);
+      api_.marketDataExchange1_.clear();
+      api_.marketDataExchange2_.clear();
+      spi_.calls = 0;
+      CVelmarMarketData* stored = addRecord(k.exchange, "000001");
+      stored->TotalVolume = 1000;
+      stored->UpdateTime = 5000;
+      const CVelmarMarketData before = *stored;
+      const auto divisor = static_cast<uint64_t>(k.volumeDivisor);
+      feed(k.make("000001", static_cast<uint64_t>(c.volume) * divisor + divisor - 1, c.time));
+      if (c.applied) {
+        EXPECT_EQ(spi_.calls, 1);
+        EXPECT_EQ(stored->TotalVolume, c.volume);
+        EXPECT_EQ(stored->UpdateTime, c.time);
+      } else {
+        EXPECT_EQ(spi_.calls, 0);
+        EXPECT_TRUE(sameRecord(before, *stored));
+      }
+    }
+  }
+}
+
+TEST_F(SnapshotHandlersTest, OnlyALateShenzhenSnapshotIsLogged) {
+  for (const Kind& k : kKinds) {
+    SCOPED_TRACE(k.name);
+    api_.marketDataExchange1_.clear();
+    api_.marketDataExchange2_.clear();
+    g_logText.clear();
+    CVelmarMarketData* stored = addRecord(k.exchange, "000001");
+    stored->TotalVolume = 1000;
+    stored->UpdateTime = 20240612093000000;
+    const auto divisor = static_cast<uint64_t>(k.volumeDivisor);
+
+    feed(k.make("000001", 999 * divisor + 7, 20240612093000123));  // lower volume
+    feed(k.make("000001", 1000 * divisor, 20240612093000000));     // same volume and time
+    EXPECT_EQ(spi_.calls, 0);
+    if (std::string(k.name) != "SzseSnapshot") {
+      EXPECT_EQ(g_logText, "");
+      continue;
+    }
+    std::istringstream lines(g_logText);
+    std::string first, second, third;
+    std::getline(lines, first);
+    std::getline(lines, second);
+    EXPECT_FALSE(std::getline(lines, third));
+    EXPECT_NE(first.find(" INFO "), std::string::npos) << first;
+    EXPECT_NE(first.find("SzseMd MD_LOST Applseqnum 99907,SecurityID 000001,"
+                         "time:20240612093000123 - SnapshotHandlers.cpp:"),
+              std::string::npos)
+        << first;
+    EXPECT_NE(second.find("SzseMd MD_LOST Applseqnum 100000,SecurityID 000001,"
+                          "time:20240612093000000 - "),
+              std::string::npos)
+        << second;
+  }
+}
+
+TEST_F(SnapshotHandlersTest, StaleShenzhenSnapshotIsQuietAboveInfoLevel) {
+  Logger::setLogLevel(Logger::WARN);
+  CVelmarMarketData* stored = addRecord(2, "000001");
+  stored->TotalVolume = 1000;
+  feed(kKinds[2].make("000001", 500, 2));
+  EXPECT_EQ(spi_.calls, 0);
+  EXPECT_EQ(g_logText, "");
+}
+
+// ---------------------------------------------------------------------------
+// Queues
+// ---------------------------------------------------------------------------
+
+TEST_F(SnapshotHandlersTest, ShenzhenQueuesAboveFiftyTakeTheOfferQueueBehindTheStoredCount) {
+  for (int bidCount : {51, 60, 255}) {
+    SCOPED_TRACE(bidCount);
+    api_.marketDataExchange2_.clear();
+    CVelmarMarketData* stored = addRecord(2, "000001");
+    FeedDatagram d = FeedDatagram::shenzhen(kSzseSnapshot, 0);
+    d.i64(0, 2).securityId(13, "000001").u64(45, 100);
+    d.u8(369, static_cast<uint8_t>(bidCount)).u8(370, 55);
+    // Entry k of the message holds 100 * (1000 + k) + 7.
+    for (uint32_t k = 0; k < 120; ++k) d.u32(380 + 4 * k, 100 * (1000 + k) + 7);
+    feed(d);
+
+    ASSERT_EQ(spi_.calls, 1);
+    spi_.calls = 0;
+    EXPECT_EQ(stored->BestBidQueueSize, 50);
+    EXPECT_EQ(stored->BestAskQueueSize, 50);
+    for (uint32_t i = 0; i < 50; ++i) {
+      EXPECT_EQ(stored->BestBidQueue[i], 1000 + i) << i;
+      EXPECT_EQ(stored->BestAskQueue[i], 1050 + i) << i;
+    }
+  }
+}
+
+TEST_F(SnapshotHandlersTest, ShanghaiQueuesAboveFiftyTakeTheOfferQueueBehindTheMessagesCount) {
+  CVelmarMarketData* stored = addRecord(1, "600000");
+  FeedDatagram d = FeedDatagram::shanghai(kSseSnapshot, 0);
+  d.u32(4, 2).securityId(8, "600000").u64(60, 1000);
+  d.u16(476, 60).u16(478, 55);
+  for (uint32_t k = 0; k < 120; ++k) d.u32(480 + 4 * k, 7000000 + k);
+  feed(d);
+
+  ASSERT_EQ(spi_.calls, 1);
+  EXPECT_EQ(stored->BestBidQueueSize, 50);
+  EXPECT_EQ(stored->BestAskQueueSize, 50);
+  for (uint32_t i = 0; i < 50; ++i) {
+    EXPECT_EQ(stored->BestBidQueue[i], 7000000 + i) << i;
+    EXPECT_EQ(stored->BestAskQueue[i], 7000060 + i) << i;
+  }
+}
+
+TEST_F(SnapshotHandlersTest, ShanghaiOfferQueueBeyondTheReceiveBufferIsStoredAsZero) {
+  // The buffer holds queue entries 0 to 1129 (bytes 480 to 4999). With a bid
+  // count of 1100 the offer entries 0 to 29 lie inside it, 30 to 49 behind it.
+  CVelmarMarketData* stored = addRecord(1, "600000");
+  FeedDatagram d = FeedDatagram::shanghai(kSseSnapshot, 0);
+  d.u32(4, 2).securityId(8, "600000").u64(60, 1000);
+  d.u16(476, 1100).u16(478, 50);
+  for (uint32_t k = 1100; k < 1130; ++k) d.u32(480 + 4 * k, 9000000 + k);
+  feed(d);
+  ASSERT_EQ(spi_.calls, 1);
+  EXPECT_EQ(stored->BestAskQueueSize, 50);
+  for (uint32_t i = 0; i < 30; ++i) EXPECT_EQ(stored->BestAskQueue[i], 9001100 + i) << i;
+  for (uint32_t i = 30; i < 50; ++i) EXPECT_EQ(stored->BestAskQueue[i], 0u) << i;
+
+  // The largest counts: the bid queue is read from the buffer as usual, the
+  // offer queue lies wholly behind it.
+  FeedDatagram far = FeedDatagram::shanghai(kSseSnapshot, 0x33);
+  far.u32(4, 3).securityId(8, "600000").u64(60, 2000).u16(476, 65535).u16(478, 65535);
+  feed(far);
+  ASSERT_EQ(spi_.calls, 2);
+  EXPECT_EQ(stored->BestBidQueueSize, 50);
+  EXPECT_EQ(stored->BestAskQueueSize, 50);
+  for (uint32_t i = 0; i < 50; ++i) {
+    EXPECT_EQ(stored->BestBidQueue[i], 0x33333333u) << i;
+    EXPECT_EQ(stored->BestAskQueue[i], 0u) << i;
+  }
+}
+
+// ---------------------------------------------------------------------------
+// Index zero values, average price, short datagrams
+// ---------------------------------------------------------------------------
+
+TEST_F(SnapshotHandlersTest, ShanghaiIndexSkipsEachZeroValue) {
+  // One value at a time is 0; that field alone must keep its old content.
+  struct Field {
+    const char* name;
+    size_t offset;
+    size_t recordOffset;
+    size_t recordWidth;
+  };
+  const Field fields[] = {
+      {"PreCloseIndex", 16, 32, 8},      {"OpenIndex", 24, 40, 8},  {"Turnover", 32, 152, 8},
+      {"HighIndex", 40, 48, 8},          {"LowIndex", 48, 56, 8},   {"LastIndex", 56, 24, 8},
+      {"TotalVolumeTraded", 68, 144, 8}, {"CloseIndex", 76, 64, 8},
+  };
+  for (const Field& f : fields) {
+    SCOPED_TRACE(f.name);
+    api_.marketDataExchange1_.clear();
+    spi_.calls = 0;
+    CVelmarMarketData* stored = addRecord(1, "000001");
+    // A message without volume is fresh only on a record whose volume is not
+    // above 0; below 0 is the one case where skipping the volume shows.
+    stored->TotalVolume = -1;
+    CVelmarMarketData expected = *stored;
+    applyGoldenSseIndex(expected);
+    std::memcpy(reinterpret_cast<char*>(&expected) + f.recordOffset,
+                reinterpret_cast<const char*>(stored) + f.recordOffset, f.recordWidth);
+
+    FeedDatagram d = goldenSseIndex();
+    d.u64(f.offset, 0);
+    feed(d);
+    EXPECT_EQ(spi_.calls, 1);
+    EXPECT_TRUE(sameRecord(expected, *stored));
+  }
+}
+
+TEST_F(SnapshotHandlersTest, IndexWithAllZeroValuesShanghaiKeepsShenzhenWrites) {
+  CVelmarMarketData* sse = addRecord(1, "000001");
+  sse->TotalVolume = 0;
+  CVelmarMarketData expectedSse = *sse;
+  expectedSse.ExchangeID = 1;
+  expectedSse.SecurityType = 2;
+  expectedSse.UpdateTime = 7;
+  FeedDatagram sseZero = FeedDatagram::shanghai(kSseIndex, 0);
+  sseZero.u32(4, 7).securityId(8, "000001");
+  feed(sseZero);
+  EXPECT_EQ(spi_.calls, 1);
+  EXPECT_TRUE(sameRecord(expectedSse, *sse));
+
+  CVelmarMarketData* szse = addRecord(2, "399001");
+  szse->TotalVolume = 0;
+  CVelmarMarketData expectedSzse = *szse;
+  expectedSzse.ExchangeID = 2;
+  expectedSzse.SecurityType = 2;
+  expectedSzse.UpdateTime = 7;
+  expectedSzse.TotalVolume = 0;
+  expectedSzse.TotalValue = 0.0;
+  expectedSzse.LastPrice = 0.0;
+  expectedSzse.PreClosePrice = 0.0;
+  expectedSzse.OpenPrice = 0.0;
+  expectedSzse.HighPrice = 0.0;
+  expectedSzse.LowPrice = 0.0;
+  expectedSzse.NumTrades = 0;
+  std::memset(expectedSzse.TradingPhaseCode, 0, 8);
+  FeedDatagram szseZero = FeedDatagram::shenzhen(kSzseIndex, 0);
+  szseZero.i64(0, 7).securityId(13, "399001");
+  feed(szseZero);
+  EXPECT_EQ(spi_.calls, 2);
+  EXPECT_TRUE(sameRecord(expectedSzse, *szse));
+}
+
+TEST_F(SnapshotHandlersTest, ShanghaiAveragePriceWithoutVolumeIsNotFinite) {
+  CVelmarMarketData* stored = addRecord(1, "600000");
+  stored->TotalVolume = 0;
+  stored->UpdateTime = 10;
+  // 999 raw units truncate to a volume of 0, and the average uses that.
+  FeedDatagram d = FeedDatagram::shanghai(kSseSnapshot, 0);
+  d.u32(4, 11).securityId(8, "600000").u64(60, 999).u64(68, 500000);
+  feed(d);
+  ASSERT_EQ(spi_.calls, 1);
+  EXPECT_EQ(stored->TotalVolume, 0);
+  EXPECT_EQ(stored->TotalValue, 5.0);
+  EXPECT_TRUE(std::isinf(stored->AvgPrice));
+
+  d.u32(4, 12).u64(68, 0);
+  feed(d);
+  ASSERT_EQ(spi_.calls, 2);
+  EXPECT_TRUE(std::isnan(stored->AvgPrice));
+}
+
+TEST_F(SnapshotHandlersTest, ShortDatagramsReadWhatFollowsInTheBuffer) {
+  // Only the leading fields are sent; the rest of the 5000-byte buffer holds
+  // whatever the last datagram left there, and the layout decides regardless.
+  CVelmarMarketData* sse = addRecord(1, "600000");
+  FeedDatagram s = FeedDatagram::shanghai(kSseSnapshot, 0xEE);
+  s.u32(4, 2).securityId(8, "600000").u64(60, 1000);  // ends at byte 68
+  feed(s);
+  ASSERT_EQ(spi_.calls, 1);
+  EXPECT_EQ(sse->BestBidQueueSize, 50);  // 0xEEEE entries announced
+  EXPECT_EQ(sse->BestAskQueueSize, 50);
+  EXPECT_EQ(sse->BestBidQueue[49], 0xEEEEEEEEu);
+  EXPECT_EQ(sse->BestAskQueue[0], 0u);  // entry 0xEEEE lies behind the buffer
+  EXPECT_EQ(sse->NumBidOrders, 0xEEEEEEEEu);
+
+  CVelmarMarketData* szse = addRecord(2, "000001");
+  FeedDatagram z = FeedDatagram::shenzhen(kSzseSnapshot, 0xEE);
+  z.i64(0, 2).securityId(13, "000001").u64(45, 1000);  // ends at body byte 53
+  feed(z);
+  ASSERT_EQ(spi_.calls, 2);
+  EXPECT_EQ(szse->BestBidQueueSize, 50);  // 0xEE entries announced
+  EXPECT_EQ(szse->BestAskQueueSize, 50);
+  EXPECT_EQ(szse->BestBidQueue[0], 0xEEEEEEEEu / 100);
+  EXPECT_EQ(szse->BestAskQueue[49], 0xEEEEEEEEu / 100);
+  EXPECT_EQ(szse->TotalVolume, 10);
+}
+
+TEST_F(SnapshotHandlersTest, HugeShanghaiVolumeGoesThroughDouble) {
+  // 2^60 raw units: the quotient 1152921504606846.976 is not a double and
+  // rounds up to a whole number before the truncation, one more than the
+  // integer quotient.
+  CVelmarMarketData* stored = addRecord(1, "600000");
+  FeedDatagram d = FeedDatagram::shanghai(kSseSnapshot, 0);
+  d.u32(4, 2).securityId(8, "600000").u64(60, 1152921504606846976ull);
+  feed(d);
+  ASSERT_EQ(spi_.calls, 1);
+  EXPECT_EQ(stored->TotalVolume, 1152921504606847);
+}
+
+}  // namespace
