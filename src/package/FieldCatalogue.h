@@ -18,20 +18,20 @@ namespace mdapi {
 /// answer is dispatched on the field id alone.
 namespace tid {
 // To the front.
-constexpr uint32_t kReqUserLogin = 0;          ///< CVelmarReqUserLogin
-constexpr uint32_t kReqUserLogout = 1;         ///< CVelmarReqUserLogout
-constexpr uint32_t kSubAllMarketData = 3;      ///< CVelmarSubAllRecord
-constexpr uint32_t kUnSubAllMarketData = 4;    ///< CVelmarSubAllRecord
-constexpr uint32_t kSubMarketData = 5;         ///< instrument ids
-constexpr uint32_t kUnSubMarketData = 6;       ///< instrument ids
-constexpr uint32_t kSubAllTickByTick = 7;      ///< CVelmarSubAllRecord
-constexpr uint32_t kUnSubAllTickByTick = 8;    ///< CVelmarSubAllRecord
-constexpr uint32_t kSubTickByTick = 9;         ///< instrument ids
-constexpr uint32_t kUnSubTickByTick = 10;      ///< instrument ids
-constexpr uint32_t kSubOrderBook = 17;         ///< instrument ids
-constexpr uint32_t kUnSubOrderBook = 18;       ///< instrument ids
-constexpr uint32_t kSubAllOrderBook = 19;      ///< CVelmarSubAllRecord
-constexpr uint32_t kUnSubAllOrderBook = 20;    ///< CVelmarSubAllRecord
+constexpr uint32_t kReqUserLogin = 0;        ///< CVelmarReqUserLogin
+constexpr uint32_t kReqUserLogout = 1;       ///< CVelmarReqUserLogout
+constexpr uint32_t kSubAllMarketData = 3;    ///< CVelmarSubAllRecord
+constexpr uint32_t kUnSubAllMarketData = 4;  ///< CVelmarSubAllRecord
+constexpr uint32_t kSubMarketData = 5;       ///< instrument ids
+constexpr uint32_t kUnSubMarketData = 6;     ///< instrument ids
+constexpr uint32_t kSubAllTickByTick = 7;    ///< CVelmarSubAllRecord
+constexpr uint32_t kUnSubAllTickByTick = 8;  ///< CVelmarSubAllRecord
+constexpr uint32_t kSubTickByTick = 9;       ///< instrument ids
+constexpr uint32_t kUnSubTickByTick = 10;    ///< instrument ids
+constexpr uint32_t kSubOrderBook = 17;       ///< instrument ids
+constexpr uint32_t kUnSubOrderBook = 18;     ///< instrument ids
+constexpr uint32_t kSubAllOrderBook = 19;    ///< CVelmarSubAllRecord
+constexpr uint32_t kUnSubAllOrderBook = 20;  ///< CVelmarSubAllRecord
 // From the front.
 constexpr uint32_t kRspUserLogin = 22;         ///< CVelmarRspUserLogin
 constexpr uint32_t kRspUserLogout = 23;        ///< CVelmarRspUserLogout

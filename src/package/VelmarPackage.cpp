@@ -25,7 +25,12 @@ void CVelmarPackageBuffer::release() {
 }
 
 void CVelmarPackageBuffer::reset() {
-  std::memset(start_, 0, static_cast<size_t>(end_ - start_));
+  reset(size_);
+}
+
+void CVelmarPackageBuffer::reset(int dirty) {
+  if (dirty > size_) dirty = size_;
+  if (dirty > 0) std::memset(start_, 0, static_cast<size_t>(dirty));
   refCount_ = 1;
   ownsBlock_ = true;
 }
@@ -40,7 +45,9 @@ void CVelmarFieldList::place(char* start, int capacity) {
   used_ = 0;
 }
 
-void CVelmarFieldList::reset() { place(nullptr, 0); }
+void CVelmarFieldList::reset() {
+  place(nullptr, 0);
+}
 
 bool CVelmarFieldList::add(uint32_t fieldId, const void* data, uint16_t length) {
   // The field area's size is the protocol's limit; the area's own room only
@@ -102,6 +109,11 @@ void CVelmarFtdcPackage::setHeader(uint32_t tid, uint8_t chain, uint8_t ftdcMark
   storeLE<uint32_t>(header_ + wire::kRequestIdOffset, requestId);
 }
 
+int CVelmarFtdcPackage::extentIn(const char* block) const {
+  if (!placed()) return 0;
+  return static_cast<int>(start_ - block) + headerSize_ + fields_->used();
+}
+
 bool CVelmarFtdcPackage::addField(uint32_t fieldId, const void* data, uint16_t length) {
   if (!placed()) return false;
   return fields_->add(fieldId, data, length);
@@ -128,7 +140,8 @@ CVelmarPackage::CVelmarPackage(int capacity)
       cursor_(buffer_->data()),
       ftdHeaderSize_(wire::kFtdHeaderSize),
       length_(0),
-      extHeaderSize_(wire::kExtHeaderSize) {}
+      extHeaderSize_(wire::kExtHeaderSize),
+      dirty_(0) {}
 
 CVelmarPackage::~CVelmarPackage() {
   delete ftdc_;
@@ -136,7 +149,9 @@ CVelmarPackage::~CVelmarPackage() {
 }
 
 void CVelmarPackage::clear() {
-  buffer_->reset();
+  // Zeroing the whole 4 KiB block would be most of the cost of a request.
+  buffer_->reset(dirty_);
+  dirty_ = 0;
   if (ftdc_) ftdc_->reset();
   start_ = buffer_->data();
   cursor_ = start_;
@@ -148,9 +163,8 @@ bool CVelmarPackage::prepare() {
   return buffer_->size() >= ftdHeaderSize_;
 }
 
-bool CVelmarPackage::setHeader(uint8_t ftdType, uint8_t extTag, uint8_t extTagLength,
-                               uint32_t tid, uint8_t chain, uint8_t ftdcMark,
-                               uint32_t requestId) {
+bool CVelmarPackage::setHeader(uint8_t ftdType, uint8_t extTag, uint8_t extTagLength, uint32_t tid,
+                               uint8_t chain, uint8_t ftdcMark, uint32_t requestId) {
   ftdHeader_[wire::kFtdTypeOffset] = ftdType;
   extTag_ = extTag;
   extTagLength_ = extTagLength;
@@ -162,13 +176,17 @@ bool CVelmarPackage::setHeader(uint8_t ftdType, uint8_t extTag, uint8_t extTagLe
 }
 
 bool CVelmarPackage::addField(uint32_t fieldId, const void* data, uint16_t length) {
-  return ftdc_ != nullptr && ftdc_->addField(fieldId, data, length);
+  if (ftdc_ == nullptr || !ftdc_->addField(fieldId, data, length)) return false;
+  int extent = ftdc_->extentIn(start_);
+  if (extent > dirty_) dirty_ = extent;
+  return true;
 }
 
 bool CVelmarPackage::finish() {
   int ftdcLength = 0;
   if (ftdc_ != nullptr && ftdc_->placed()) ftdcLength = ftdc_->finish();
   int total = ftdHeaderSize_ + extHeaderSize_ + extTagLength_ + ftdcLength;
+  if (total > dirty_) dirty_ = total;
   if (total > buffer_->size()) return false;
   ftdHeader_[wire::kExtLengthOffset] = static_cast<uint8_t>(extHeaderSize_ + extTagLength_);
   storeLE<uint16_t>(ftdHeader_ + wire::kFtdcLengthOffset, static_cast<uint16_t>(ftdcLength));

@@ -29,6 +29,9 @@ class CVelmarPackageBuffer {
   void release();
   /// Zeroes the whole block and restores count 1 and ownership.
   void reset();
+  /// The same when only the first `dirty` bytes can be non-zero: zeroes just
+  /// those.
+  void reset(int dirty);
 
  private:
   char* start_;
@@ -77,6 +80,8 @@ class CVelmarFtdcPackage {
   /// Unplaced and empty, as after construction.
   void reset();
   bool placed() const { return start_ != nullptr; }
+  /// Offset, from the start of the block, of the end of the last field.
+  int extentIn(const char* block) const;
 
   void setHeader(uint32_t tid, uint8_t chain, uint8_t ftdcMark, uint32_t requestId);
   bool addField(uint32_t fieldId, const void* data, uint16_t length);
@@ -110,8 +115,8 @@ class CVelmarPackage {
   bool prepare();
   /// Starts the FTDC part behind 6 + extTagLength bytes. False if the block
   /// has no room for its header.
-  bool setHeader(uint8_t ftdType, uint8_t extTag, uint8_t extTagLength, uint32_t tid,
-                 uint8_t chain, uint8_t ftdcMark, uint32_t requestId);
+  bool setHeader(uint8_t ftdType, uint8_t extTag, uint8_t extTagLength, uint32_t tid, uint8_t chain,
+                 uint8_t ftdcMark, uint32_t requestId);
   /// Appends one field. False, changing nothing, if it does not fit the field
   /// area or no FTDC part has been started.
   bool addField(uint32_t fieldId, const void* data, uint16_t length);
@@ -135,4 +140,8 @@ class CVelmarPackage {
   int ftdHeaderSize_;
   int length_;
   int extHeaderSize_;
+  /// Bytes from the start of the block that may have been written since the
+  /// last clear; clear zeroes only these, the rest of the block being zero
+  /// still.
+  int dirty_;
 };

@@ -15,7 +15,9 @@ namespace wire = velmar::mdapi::wire;
 namespace {
 // Back to an empty buffer: both indexes to the prepend size. The bytes stay in
 // the block, so an iterator that is reading them may go on.
-void resetBuffer(velmar::net::Buffer* buffer) { buffer->retrieveAll(); }
+void resetBuffer(velmar::net::Buffer* buffer) {
+  buffer->retrieveAll();
+}
 }  // namespace
 
 bool CVelmarPackageIteratorBase::Check(velmar::net::Buffer* buffer) {
@@ -60,15 +62,17 @@ CVelmarPackageIteratorBase::CVelmarPackageIteratorBase(velmar::net::Buffer* buff
 CVelmarPackageIteratorBase::~CVelmarPackageIteratorBase() = default;
 
 void CVelmarPackageIteratorBase::begin() {
+  // The steps call the base's operations directly: the iterator overrides
+  // nothing, and the reading loop is the hot path of the front connection.
   value_ = nullptr;
   cursor_ = buffer_->peek();
   end_ = buffer_->begin() + buffer_->writerIndex();
-  if (remaining() < wire::kFtdHeaderSize) return;
-  readFtdHeader();
+  if (left() < wire::kFtdHeaderSize) return;
+  CVelmarPackageIteratorBase::readFtdHeader();
   cursor_ += wire::kFtdHeaderSize;
   int extLen = extLength();
   int ftdcLen = ftdcLength();
-  if (remaining() < extLen + ftdcLen) return;
+  if (left() < extLen + ftdcLen) return;
 
   // Consume the package from the Buffer; its bytes stay where they are and
   // are read in place from here on.
@@ -82,33 +86,33 @@ void CVelmarPackageIteratorBase::begin() {
 
   if (extLen != 0) {
     // An extension shorter than its header leaves nothing to read after it.
-    if (remaining() < wire::kExtHeaderSize) {
+    if (left() < wire::kExtHeaderSize) {
       cursor_ = end_;
       return;
     }
-    readExtHeader();
+    CVelmarPackageIteratorBase::readExtHeader();
     cursor_ += wire::kExtHeaderSize;
     if (extTagLength() != 0) {
-      readExtData();
+      CVelmarPackageIteratorBase::readExtData();
       // Tag data that runs past the package takes the rest of it.
-      cursor_ += extTagLength() < remaining() ? extTagLength() : remaining();
+      cursor_ += extTagLength() < left() ? extTagLength() : left();
     }
   }
-  if (ftdcLen != 0 && remaining() >= wire::kFtdcHeaderSize) {
-    readFtdcHeader();
+  if (ftdcLen != 0 && left() >= wire::kFtdcHeaderSize) {
+    CVelmarPackageIteratorBase::readFtdcHeader();
     cursor_ += wire::kFtdcHeaderSize;
-    next();
+    CVelmarPackageIteratorBase::next();
   }
 }
 
 void CVelmarPackageIteratorBase::next() {
   value_ = nullptr;
-  if (remaining() < wire::kFieldHeaderSize) return;
-  readFieldHeader();
+  if (left() < wire::kFieldHeaderSize) return;
+  CVelmarPackageIteratorBase::readFieldHeader();
   cursor_ += wire::kFieldHeaderSize;
   int length = fieldLength();
   // A field that claims more than the package holds ends the package.
-  if (remaining() < length) return;
+  if (left() < length) return;
   value_ = cursor_;
   cursor_ += length;
 }
@@ -133,11 +137,17 @@ void CVelmarPackageIteratorBase::readExtData() {
   // Tag data has no use in this library; it is only stepped over.
 }
 
-int CVelmarPackageIteratorBase::remaining() const { return static_cast<int>(end_ - cursor_); }
+int CVelmarPackageIteratorBase::remaining() const {
+  return left();
+}
 
-uint32_t CVelmarPackageIteratorBase::getFtdHeader() const { return loadLE<uint32_t>(ftdHeader_); }
+uint32_t CVelmarPackageIteratorBase::getFtdHeader() const {
+  return loadLE<uint32_t>(ftdHeader_);
+}
 
-uint16_t CVelmarPackageIteratorBase::getExtHeader() const { return loadLE<uint16_t>(extHeader_); }
+uint16_t CVelmarPackageIteratorBase::getExtHeader() const {
+  return loadLE<uint16_t>(extHeader_);
+}
 
 size_t CVelmarPackageIteratorBase::getFieldValue(void* dest, size_t destSize) const {
   if (value_ == nullptr) return 0;
@@ -151,7 +161,9 @@ uint16_t CVelmarPackageIteratorBase::ftdcLength() const {
   return loadLE<uint16_t>(ftdHeader_ + wire::kFtdcLengthOffset);
 }
 
-uint8_t CVelmarPackageIteratorBase::chain() const { return ftdcHeader_[wire::kChainOffset]; }
+uint8_t CVelmarPackageIteratorBase::chain() const {
+  return ftdcHeader_[wire::kChainOffset];
+}
 
 uint16_t CVelmarPackageIteratorBase::fieldCount() const {
   return loadLE<uint16_t>(ftdcHeader_ + wire::kFieldCountOffset);

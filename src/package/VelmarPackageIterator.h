@@ -87,9 +87,12 @@ class CVelmarPackageIteratorBase {
   const char* end_;
   const char* cursor_;
   const char* value_;
+
+ private:
+  int left() const { return static_cast<int>(end_ - cursor_); }
 };
 
-class CVelmarPackageIterator : public CVelmarPackageIteratorBase {
+class CVelmarPackageIterator final : public CVelmarPackageIteratorBase {
  public:
   explicit CVelmarPackageIterator(velmar::net::Buffer* buffer)
       : CVelmarPackageIteratorBase(buffer) {}

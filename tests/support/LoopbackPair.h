@@ -49,10 +49,14 @@ class LoopbackPair {
  private:
 #if defined(_WIN32)
   using SockLen = int;
-  static SOCKET native(int fd) { return static_cast<SOCKET>(static_cast<intptr_t>(fd)); }
+  static SOCKET native(int fd) {
+    return static_cast<SOCKET>(static_cast<intptr_t>(fd));
+  }
 #else
   using SockLen = socklen_t;
-  static int native(int fd) { return fd; }
+  static int native(int fd) {
+    return fd;
+  }
 #endif
 
   static void closeEnd(int* fd) {

@@ -60,15 +60,17 @@ inline Bytes package(const std::vector<WireField>& fields, uint8_t chain = 0x53,
   Bytes b;
   b.push_back(ftdType);
   b.push_back(2);
-  put16(&b, ftdcLength >= 0 ? static_cast<uint32_t>(ftdcLength)
-                            : static_cast<uint32_t>(ftdc.size()));
+  put16(&b,
+        ftdcLength >= 0 ? static_cast<uint32_t>(ftdcLength) : static_cast<uint32_t>(ftdc.size()));
   b.push_back(0);
   b.push_back(0);
   b.insert(b.end(), ftdc.begin(), ftdc.end());
   return b;
 }
 
-inline Bytes keepAlive() { return Bytes{0x00, 0x02, 0x00, 0x00, 0x04, 0x00}; }
+inline Bytes keepAlive() {
+  return Bytes{0x00, 0x02, 0x00, 0x00, 0x04, 0x00};
+}
 
 inline Bytes concat(std::initializer_list<Bytes> parts) {
   Bytes b;

@@ -1,11 +1,12 @@
 // The connection's byte queue: index rules, the compaction-or-growth choice of
 // append, and readFd on a real loopback socket.
+#include "VLNet/Buffer.h"
+
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "VLNet/Buffer.h"
 #include "support/LoopbackPair.h"
 
 using velmar::net::Buffer;
@@ -13,7 +14,9 @@ using velmar::test::LoopbackPair;
 
 namespace {
 
-std::string readable(const Buffer& b) { return std::string(b.peek(), b.readableBytes()); }
+std::string readable(const Buffer& b) {
+  return std::string(b.peek(), b.readableBytes());
+}
 
 std::string pattern(size_t n, char first = 'a') {
   std::string s;

@@ -51,12 +51,11 @@ TEST(FieldCatalogue, FullLengthTextsStopAtTheirArrays) {
   fill(r.UserProductInfo, 'i');
   fill(r.IPAddress, 'a');
   fill(r.MacAddress, 'm');
-  EXPECT_EQ(toString(r), "CVelmarReqUserLogin={MacAddress=" + std::string(30, 'm') +
-                             " UserProductInfo=" + std::string(41, 'i') +
-                             " UserID=" + std::string(16, 'u') +
-                             " TradingDay=" + std::string(9, 'd') +
-                             " Password=" + std::string(32, 'p') +
-                             " IPAddress=" + std::string(30, 'a') + "}");
+  EXPECT_EQ(toString(r),
+            "CVelmarReqUserLogin={MacAddress=" + std::string(30, 'm') +
+                " UserProductInfo=" + std::string(41, 'i') + " UserID=" + std::string(16, 'u') +
+                " TradingDay=" + std::string(9, 'd') + " Password=" + std::string(32, 'p') +
+                " IPAddress=" + std::string(30, 'a') + "}");
 
   CVelmarReqUserLogout lo;
   fill(lo.UserID, 'u');
@@ -80,8 +79,8 @@ TEST(FieldCatalogue, FullLengthTextsStopAtTheirArrays) {
   fill(info.ErrorMsg, 'e');
   info.Tid = 22;
   info.ErrorID = -120;
-  EXPECT_EQ(toString(info), "CVelmarRspInfo={Tid=22 ErrorMsg=" + std::string(81, 'e') +
-                                " ErrorID=-120}");
+  EXPECT_EQ(toString(info),
+            "CVelmarRspInfo={Tid=22 ErrorMsg=" + std::string(81, 'e') + " ErrorID=-120}");
 }
 
 TEST(FieldCatalogue, AnswerTexts) {
@@ -155,20 +154,34 @@ TEST(FieldCatalogue, FieldIdsAndRecordSizes) {
     uint32_t expected;
     size_t recordSize;
   } cases[] = {
-      {tid::kReqUserLogin, 0, 0},          {tid::kReqUserLogout, 1, 0},
-      {tid::kSubAllMarketData, 3, 0},      {tid::kUnSubAllMarketData, 4, 0},
-      {tid::kSubMarketData, 5, 0},         {tid::kUnSubMarketData, 6, 0},
-      {tid::kSubAllTickByTick, 7, 0},      {tid::kUnSubAllTickByTick, 8, 0},
-      {tid::kSubTickByTick, 9, 0},         {tid::kUnSubTickByTick, 10, 0},
-      {tid::kSubOrderBook, 17, 0},         {tid::kUnSubOrderBook, 18, 0},
-      {tid::kSubAllOrderBook, 19, 0},      {tid::kUnSubAllOrderBook, 20, 0},
-      {tid::kRspUserLogin, 22, 48},        {tid::kRspUserLogout, 23, 16},
-      {tid::kRspSubAllMarketData, 24, 8},  {tid::kRspUnSubAllMarketData, 25, 8},
-      {tid::kRspSubAllTickByTick, 26, 8},  {tid::kRspUnSubAllTickByTick, 27, 8},
-      {tid::kRspSubMarketData, 28, 0},     {tid::kRspUnSubMarketData, 29, 0},
-      {tid::kRspSubTickByTick, 30, 0},     {tid::kRspUnSubTickByTick, 31, 0},
-      {tid::kRspInfo, 32, 92},             {tid::kRtnMarketData, 33, 1160},
-      {tid::kRtnTickByTick, 34, 112},      {tid::kRspSubOrderBook, 35, 0},
+      {tid::kReqUserLogin, 0, 0},
+      {tid::kReqUserLogout, 1, 0},
+      {tid::kSubAllMarketData, 3, 0},
+      {tid::kUnSubAllMarketData, 4, 0},
+      {tid::kSubMarketData, 5, 0},
+      {tid::kUnSubMarketData, 6, 0},
+      {tid::kSubAllTickByTick, 7, 0},
+      {tid::kUnSubAllTickByTick, 8, 0},
+      {tid::kSubTickByTick, 9, 0},
+      {tid::kUnSubTickByTick, 10, 0},
+      {tid::kSubOrderBook, 17, 0},
+      {tid::kUnSubOrderBook, 18, 0},
+      {tid::kSubAllOrderBook, 19, 0},
+      {tid::kUnSubAllOrderBook, 20, 0},
+      {tid::kRspUserLogin, 22, 48},
+      {tid::kRspUserLogout, 23, 16},
+      {tid::kRspSubAllMarketData, 24, 8},
+      {tid::kRspUnSubAllMarketData, 25, 8},
+      {tid::kRspSubAllTickByTick, 26, 8},
+      {tid::kRspUnSubAllTickByTick, 27, 8},
+      {tid::kRspSubMarketData, 28, 0},
+      {tid::kRspUnSubMarketData, 29, 0},
+      {tid::kRspSubTickByTick, 30, 0},
+      {tid::kRspUnSubTickByTick, 31, 0},
+      {tid::kRspInfo, 32, 92},
+      {tid::kRtnMarketData, 33, 1160},
+      {tid::kRtnTickByTick, 34, 112},
+      {tid::kRspSubOrderBook, 35, 0},
       {tid::kRspUnSubOrderBook, 36, 0},
   };
   for (const Case& c : cases) {

@@ -13,14 +13,16 @@
 
 using velmar::net::Buffer;
 using velmar::test::Bytes;
-using velmar::test::WireField;
 using velmar::test::concat;
 using velmar::test::keepAlive;
 using velmar::test::package;
+using velmar::test::WireField;
 
 namespace {
 
-void append(Buffer* b, const Bytes& bytes) { b->append(bytes.data(), bytes.size()); }
+void append(Buffer* b, const Bytes& bytes) {
+  b->append(bytes.data(), bytes.size());
+}
 
 struct Seen {
   uint32_t id;
@@ -40,8 +42,8 @@ std::ostream& operator<<(std::ostream& os, const Seen& s) {
 std::vector<Seen> fieldsOf(CVelmarPackageIterator& it) {
   std::vector<Seen> out;
   for (; !it.isEnd(); it.next()) {
-    out.push_back({it.fieldId(), std::string(it.fieldValue(), it.fieldLength()), it.chain(),
-                   it.requestId()});
+    out.push_back(
+        {it.fieldId(), std::string(it.fieldValue(), it.fieldLength()), it.chain(), it.requestId()});
   }
   return out;
 }
@@ -139,8 +141,14 @@ TEST(PackageReader, FramingErrorsDropEverythingBuffered) {
     std::string stdoutText;
     bool errorPrint;
   } cases[] = {
-      {"type 3", {0x03, 0x02, 0x00, 0x00}, std::string("CVelmarPackageIterator Check ftdHeadr error, type \x03"), false},
-      {"type A", {0x41, 0x02, 0x00, 0x00}, "CVelmarPackageIterator Check ftdHeadr error, type A", false},
+      {"type 3",
+       {0x03, 0x02, 0x00, 0x00},
+       std::string("CVelmarPackageIterator Check ftdHeadr error, type \x03"),
+       false},
+      {"type A",
+       {0x41, 0x02, 0x00, 0x00},
+       "CVelmarPackageIterator Check ftdHeadr error, type A",
+       false},
       {"extLength 3", {0x01, 0x03, 0x00, 0x00}, "", true},
       {"extLength 0", {0x01, 0x00, 0x00, 0x00}, "", true},
       {"ftdcLength 10000", {0x01, 0x02, 0x10, 0x27}, "", true},
@@ -204,10 +212,10 @@ TEST(PackageReader, EmptyAndShortFtdcParts) {
   } cases[] = {
       {"fieldCount 0", package({})},
       {"no FTDC part", Bytes{0x01, 0x02, 0x00, 0x00, 0x00, 0x00}},
-      {"FTDC shorter than its header", Bytes{0x01, 0x02, 0x0A, 0x00, 0x00, 0x00, 1, 2, 3, 4, 5,
-                                             6, 7, 8, 9, 10}},
-      {"field header cut", concat({Bytes{0x01, 0x02, 0x1A, 0x00, 0x00, 0x00},
-                                   Bytes(20, 0), Bytes{0x00, 0x00, 0x00, 0x00, 0x16, 0x00}})},
+      {"FTDC shorter than its header",
+       Bytes{0x01, 0x02, 0x0A, 0x00, 0x00, 0x00, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}},
+      {"field header cut", concat({Bytes{0x01, 0x02, 0x1A, 0x00, 0x00, 0x00}, Bytes(20, 0),
+                                   Bytes{0x00, 0x00, 0x00, 0x00, 0x16, 0x00}})},
   };
   for (const Case& c : cases) {
     Buffer b;

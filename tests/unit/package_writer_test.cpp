@@ -82,13 +82,21 @@ TEST(PackageWriter, LoginRequestCarriesTheRecordImage) {
 
 TEST(PackageWriter, ReuseLeavesNothingOfTheLastPackage) {
   CVelmarPackage p(velmar::mdapi::wire::kRequestCapacity);
-  std::string big(1000, 'x');
-  ASSERT_TRUE(buildRequest(&p, 5, 1, big.data(), static_cast<uint16_t>(big.size())));
+  std::string big(2000, 'x');
+  ASSERT_TRUE(buildRequest(&p, 5, 1, big.data(), 1000));
   CVelmarSubAllRecord r = {1, 2};
   ASSERT_TRUE(buildRequest(&p, 3, 7, &r, sizeof r));
   EXPECT_EQ(p.length(), 42);
   EXPECT_EQ(p.data()[42], 0);  // the block was zeroed behind the package
   EXPECT_EQ(p.data()[500], 0);
+
+  // Fields added to a package that was never finished are cleared too.
+  p.clear();
+  ASSERT_TRUE(p.prepare());
+  ASSERT_TRUE(p.setHeader(1, 0, 0, 5, 0x53, 0x48, 1));
+  ASSERT_TRUE(p.addField(5, big.data(), 2000));
+  ASSERT_TRUE(buildRequest(&p, 3, 7, &r, sizeof r));
+  EXPECT_EQ(std::string(p.data() + 42, 2100), std::string(2100, '\0'));
 }
 
 TEST(PackageWriter, FieldAreaLimit) {
@@ -96,13 +104,13 @@ TEST(PackageWriter, FieldAreaLimit) {
     std::vector<int> lengths;
     size_t accepted;  // fields that go in, in order
   } cases[] = {
-      {{4064}, 1},        // 254 instrument ids: 4064 + 8 = 4072
-      {{4080}, 0},        // 255 ids
-      {{4068}, 1},        // exactly 4076 with its header
-      {{4069}, 0},        // one byte over
-      {{4000, 60}, 2},    // 4008 + 68 = 4076
-      {{4000, 61}, 1},    // 4008 + 69 = 4077
-      {{0, 0, 0}, 3},     // empty values are fields too
+      {{4064}, 1},      // 254 instrument ids: 4064 + 8 = 4072
+      {{4080}, 0},      // 255 ids
+      {{4068}, 1},      // exactly 4076 with its header
+      {{4069}, 0},      // one byte over
+      {{4000, 60}, 2},  // 4008 + 68 = 4076
+      {{4000, 61}, 1},  // 4008 + 69 = 4077
+      {{0, 0, 0}, 3},   // empty values are fields too
   };
   for (const Case& c : cases) {
     CVelmarPackage p(velmar::mdapi::wire::kRequestCapacity);
