@@ -31,6 +31,7 @@ bool CVelmarPackageIteratorBase::Check(velmar::net::Buffer* buffer) {
   // connection stays up, the buffered bytes go, and reading starts again with
   // whatever arrives next. There is no search for the next header.
   if (ftdType > wire::kFtdTypeFtdcAlt) {
+    // The offending byte itself, as a character, and no line end.
     std::string text = "CVelmarPackageIterator Check ftdHeadr error, type ";
     text += static_cast<char>(ftdType);
     std::fwrite(text.data(), 1, text.size(), stdout);
