@@ -5,6 +5,7 @@
 
 #include "VLClientApi/ErrorTable.h"
 #include "VLClientApi/MdApiImpl.h"
+#include "package/FieldCatalogue.h"
 #include "utility/Logging.h"
 
 namespace velmar {
@@ -30,26 +31,6 @@ enum Tid : int {
 };
 
 constexpr int kInstrumentIdSize = 16;
-
-bool checkLogin(const CVelmarReqUserLogin* r, std::string* message) {
-  if (r->UserID[0] == 0) {
-    *message = "[CVelmarReqUserLogin], UserID is empty";
-    return false;
-  }
-  if (r->Password[0] == 0) {
-    *message = "[CVelmarReqUserLogin], Password is empty";
-    return false;
-  }
-  return true;
-}
-
-bool checkLogout(const CVelmarReqUserLogout* r, std::string* message) {
-  if (r->UserID[0] == 0) {
-    *message = "[CVelmarReqUserLogout], UserID is empty";
-    return false;
-  }
-  return true;
-}
 }  // namespace
 
 void MdApiImpl::fillRspInfo(int errorId, int requestId) {
@@ -84,7 +65,7 @@ int MdApiImpl::ReqUserLogin(CVelmarReqUserLogin* request, int requestId) {
     return kDuplicatedLogin;
   }
   std::string message;
-  if (!checkLogin(request, &message)) {
+  if (!checkRecord(*request, &message)) {
     LOG_DEBUG << message;
     fillRspInfo(kFieldCheckError, requestId);
     return kFieldCheckError;
@@ -103,7 +84,7 @@ int MdApiImpl::ReqUserLogout(CVelmarReqUserLogout* request, int requestId) {
     return kNotLoggedIn;
   }
   std::string message;
-  if (!checkLogout(request, &message)) {
+  if (!checkRecord(*request, &message)) {
     LOG_DEBUG << message;
     fillRspInfo(kFieldCheckError, requestId);
     return kFieldCheckError;

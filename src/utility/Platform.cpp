@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <thread>
 
@@ -64,6 +65,16 @@ int getSocketOption(int fd, int level, int option, void* value, int* length) {
                       static_cast<char*>(value), length);
 }
 
+int recvSocket(int fd, void* buf, size_t len) {
+  return ::recv(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<char*>(buf),
+                static_cast<int>(len), 0);
+}
+
+int sendSocket(int fd, const void* buf, size_t len) {
+  return ::send(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<const char*>(buf),
+                static_cast<int>(len), 0);
+}
+
 uint64_t currentThreadId() { return ::GetCurrentThreadId(); }
 
 int64_t nowTicks100ns() {
@@ -121,6 +132,15 @@ int getSocketOption(int fd, int level, int option, void* value, int* length) {
   return r;
 }
 
+int recvSocket(int fd, void* buf, size_t len) {
+  return static_cast<int>(::recv(fd, buf, len, 0));
+}
+
+int sendSocket(int fd, const void* buf, size_t len) {
+  // No SIGPIPE for a peer that has gone: the error comes back as EPIPE.
+  return static_cast<int>(::send(fd, buf, len, MSG_NOSIGNAL));
+}
+
 uint64_t currentThreadId() { return static_cast<uint64_t>(::syscall(SYS_gettid)); }
 
 int64_t nowTicks100ns() {
@@ -142,6 +162,13 @@ std::string hostName() {
   if (::gethostname(buf, sizeof buf) != 0) return std::string();
   buf[sizeof buf - 1] = '\0';
   return buf;
+}
+
+void printLastError(const char* text) {
+  // Taken first: writing to stderr may change it.
+  int error = lastSocketError();
+  std::string line = std::string(text) + ": " + errorText(error) + "\n";
+  std::fputs(line.c_str(), stderr);
 }
 
 void sleepMs(int milliseconds) {

@@ -83,6 +83,14 @@ int pollSockets(PollFd* fds, size_t count, int timeoutMs);
 int setNonBlocking(int fd);
 int setSocketOption(int fd, int level, int option, const void* value, int length);
 int getSocketOption(int fd, int level, int option, void* value, int* length);
+/// One recv / send with flags 0 on a connected socket; the platform's result
+/// (bytes, 0 on an orderly close for recv, negative on failure with the error
+/// left for lastSocketError).
+int recvSocket(int fd, void* buf, size_t len);
+int sendSocket(int fd, const void* buf, size_t len);
+/// Writes `text`, ": " and the text of the calling thread's last error to the
+/// standard error, as perror does (the last socket error on Windows).
+void printLastError(const char* text);
 
 /// Identity of the calling thread as the system numbers it.
 uint64_t currentThreadId();
