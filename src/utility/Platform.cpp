@@ -64,6 +64,50 @@ int getSocketOption(int fd, int level, int option, void* value, int* length) {
                       static_cast<char*>(value), length);
 }
 
+namespace {
+SOCKET toSocket(int fd) { return static_cast<SOCKET>(static_cast<intptr_t>(fd)); }
+}  // namespace
+
+int bindSocket(int fd, const struct sockaddr_in& addr) {
+  return ::bind(toSocket(fd), reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 ? 0 : -1;
+}
+
+int listenSocket(int fd, int backlog) { return ::listen(toSocket(fd), backlog) == 0 ? 0 : -1; }
+
+int connectSocket(int fd, const struct sockaddr_in& addr) {
+  return ::connect(toSocket(fd), reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 ? 0
+                                                                                             : -1;
+}
+
+int acceptSocket(int fd, struct sockaddr_in* peer) {
+  sockaddr_in addr;
+  int len = sizeof addr;
+  SOCKET s = ::accept(toSocket(fd), reinterpret_cast<sockaddr*>(&addr), &len);
+  if (s == INVALID_SOCKET) return -1;
+  if (peer) *peer = addr;
+  return static_cast<int>(s);
+}
+
+int localAddress(int fd, struct sockaddr_in* addr) {
+  int len = sizeof *addr;
+  return ::getsockname(toSocket(fd), reinterpret_cast<sockaddr*>(addr), &len) == 0 ? 0 : -1;
+}
+
+int peerAddress(int fd, struct sockaddr_in* addr) {
+  int len = sizeof *addr;
+  return ::getpeername(toSocket(fd), reinterpret_cast<sockaddr*>(addr), &len) == 0 ? 0 : -1;
+}
+
+int sendSocket(int fd, const void* data, int length, int flags) {
+  int n = ::send(toSocket(fd), static_cast<const char*>(data), length, flags);
+  return n == SOCKET_ERROR ? -1 : n;
+}
+
+int recvSocket(int fd, void* data, int length, int flags) {
+  int n = ::recv(toSocket(fd), static_cast<char*>(data), length, flags);
+  return n == SOCKET_ERROR ? -1 : n;
+}
+
 uint64_t currentThreadId() { return ::GetCurrentThreadId(); }
 
 int64_t nowTicks100ns() {
@@ -119,6 +163,42 @@ int getSocketOption(int fd, int level, int option, void* value, int* length) {
   int r = ::getsockopt(fd, level, option, value, &len);
   *length = static_cast<int>(len);
   return r;
+}
+
+int bindSocket(int fd, const struct sockaddr_in& addr) {
+  return ::bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+}
+
+int listenSocket(int fd, int backlog) { return ::listen(fd, backlog); }
+
+int connectSocket(int fd, const struct sockaddr_in& addr) {
+  return ::connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+}
+
+int acceptSocket(int fd, struct sockaddr_in* peer) {
+  sockaddr_in addr;
+  socklen_t len = sizeof addr;
+  int s = ::accept4(fd, reinterpret_cast<sockaddr*>(&addr), &len, SOCK_CLOEXEC);
+  if (s >= 0 && peer) *peer = addr;
+  return s;
+}
+
+int localAddress(int fd, struct sockaddr_in* addr) {
+  socklen_t len = sizeof *addr;
+  return ::getsockname(fd, reinterpret_cast<sockaddr*>(addr), &len);
+}
+
+int peerAddress(int fd, struct sockaddr_in* addr) {
+  socklen_t len = sizeof *addr;
+  return ::getpeername(fd, reinterpret_cast<sockaddr*>(addr), &len);
+}
+
+int sendSocket(int fd, const void* data, int length, int flags) {
+  return static_cast<int>(::send(fd, data, static_cast<size_t>(length), flags | MSG_NOSIGNAL));
+}
+
+int recvSocket(int fd, void* data, int length, int flags) {
+  return static_cast<int>(::recv(fd, data, static_cast<size_t>(length), flags));
 }
 
 uint64_t currentThreadId() { return static_cast<uint64_t>(::syscall(SYS_gettid)); }

@@ -59,12 +59,47 @@ constexpr int kShutWrite = SHUT_WR;
 #endif
 /// The plain EAGAIN number, retried by the connector on every platform.
 constexpr int kErrAgainPlain = 11;
+/// The plain interrupted-call number (EINTR). On Windows the socket layer
+/// reports its own WSAEINTR instead, so there this value never matches.
+constexpr int kErrInterruptedPlain = 4;
 
 #if defined(_WIN32)
 using PollFd = WSAPOLLFD;
 #else
 using PollFd = struct pollfd;
 #endif
+
+// poll flags under the names the reactor uses. The reactor was laid out on the
+// Windows pollfd values, where POLLIN is POLLRDNORM|POLLRDBAND; Linux has its
+// own bits for the same meanings, and a separate POLLIN bit that kPollIn takes
+// in as well. Only kPollRdNorm and kPollOut are ever asked for in `events`;
+// the others are tested in `revents` only.
+constexpr int kPollRdNorm = POLLRDNORM;
+constexpr int kPollIn = POLLIN | POLLRDNORM | POLLRDBAND;
+constexpr int kPollPri = POLLPRI;
+constexpr int kPollOut = POLLOUT;  // POLLWRNORM on Windows
+constexpr int kPollErr = POLLERR;
+constexpr int kPollHup = POLLHUP;
+constexpr int kPollNval = POLLNVAL;
+#if defined(_WIN32)
+constexpr int kPollRdHup = 0x2000;  // WSAPoll has no name for the read-hang-up bit
+#else
+constexpr int kPollRdHup = POLLRDHUP;
+#endif
+
+/// The handle of a poll entry is the int32 socket sign-extended; a negative
+/// handle makes poll pass over the entry.
+inline void setPollHandle(PollFd& entry, int fd) {
+#if defined(_WIN32)
+  entry.fd = static_cast<SOCKET>(static_cast<intptr_t>(fd));
+#else
+  entry.fd = fd;
+#endif
+}
+/// The low 32 bits of an entry's handle.
+inline int pollHandle(const PollFd& entry) {
+  return static_cast<int>(static_cast<intptr_t>(entry.fd));
+}
 
 /// Makes the socket layer usable (WSAStartup 2.2 on Windows; nothing else).
 void startupSockets();
@@ -83,6 +118,19 @@ int pollSockets(PollFd* fds, size_t count, int timeoutMs);
 int setNonBlocking(int fd);
 int setSocketOption(int fd, int level, int option, const void* value, int length);
 int getSocketOption(int fd, int level, int option, void* value, int* length);
+/// The BSD socket calls on int32 handles. Results as there: 0 (or the new
+/// socket, or the byte count) on success, -1 on failure with the error in
+/// lastSocketError().
+int bindSocket(int fd, const struct sockaddr_in& addr);
+int listenSocket(int fd, int backlog);
+int connectSocket(int fd, const struct sockaddr_in& addr);
+/// The accepted socket or -1; the peer's address goes to *peer if given.
+int acceptSocket(int fd, struct sockaddr_in* peer);
+int localAddress(int fd, struct sockaddr_in* addr);
+int peerAddress(int fd, struct sockaddr_in* addr);
+/// send never raises SIGPIPE: a closed peer is reported as an error.
+int sendSocket(int fd, const void* data, int length, int flags);
+int recvSocket(int fd, void* data, int length, int flags);
 
 /// Identity of the calling thread as the system numbers it.
 uint64_t currentThreadId();
