@@ -216,7 +216,7 @@ void EventLoop::abortNotInLoopThread() const {
 void EventLoop::wakeup() {
   char bytes[8];
   utility::storeLE<uint64_t>(bytes, 1);
-  int n = platform::sendSocket(wakeupPair_[1], bytes, sizeof bytes, 0);
+  int n = platform::sendSocket(wakeupPair_[1], bytes, sizeof bytes);
   if (n != 8) LOG_ERROR << "EventLoop::wakeup() writes " << n << " bytes instead of 8";
 }
 
@@ -224,7 +224,7 @@ void EventLoop::wakeup() {
 // make the channel readable again on the next poll.
 void EventLoop::handleRead() {
   char bytes[8];
-  int n = platform::recvSocket(wakeupPair_[0], bytes, sizeof bytes, 0);
+  int n = platform::recvSocket(wakeupPair_[0], bytes, sizeof bytes);
   if (n != 8) LOG_ERROR << "EventLoop::handleRead() reads " << n << " bytes instead of " << 8;
 }
 

@@ -84,6 +84,8 @@ class EventLoop {
   Timestamp pollReturnTime() const { return lastPollTime_; }
   bool eventHandling() const { return handlingEvents_.load(); }
   uint64_t threadId() const { return threadId_; }
+  /// The loop's poller, for inspection on the loop thread.
+  Poller* poller() const { return poller_.get(); }
 
  private:
   void abortNotInLoopThread() const;

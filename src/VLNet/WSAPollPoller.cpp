@@ -33,10 +33,15 @@ Timestamp WSAPollPoller::poll(int timeoutMs, ChannelList* readyChannels) {
 
 void WSAPollPoller::fillReadyChannels(int count, ChannelList* readyChannels) const {
   for (auto it = pollfds_.begin(); it != pollfds_.end() && count > 0; ++it) {
+    // Not every WSAPoll passes over a negative handle silently: some mark the
+    // entry POLLNVAL (without counting it in the result). It is an ignored
+    // channel either way, and nothing is reported for it.
+    int fd = platform::pollHandle(*it);
+    if (fd < 0) continue;
     int revents = static_cast<int16_t>(it->revents);
     if (revents > 0) {
       --count;
-      auto found = channels_.find(platform::pollHandle(*it));
+      auto found = channels_.find(fd);
       Channel* channel = found->second;
       channel->setRevents(revents);
       readyChannels->push_back(channel);

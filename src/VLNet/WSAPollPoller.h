@@ -3,9 +3,12 @@
 // particular order; a channel's index() is the position of its entry.
 //
 // A channel with no interest keeps its entry, with the bitwise complement of
-// its socket as the handle: the value is negative, and both WSAPoll and poll
-// pass over entries with a negative handle. Removal swaps the entry with the
-// last one, so it is constant time in the array.
+// its socket as the handle: the value is negative, and poll and WSAPoll pass
+// over entries with a negative handle (some WSAPoll implementations mark such
+// an entry POLLNVAL without counting it, and return WSAENOTSOCK if every entry
+// is negative; the walk over the results skips them, and a loop's array
+// always holds its wake-up socket). Removal swaps the entry with the last one,
+// so it is constant time in the array.
 #pragma once
 
 #include <vector>

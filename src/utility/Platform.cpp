@@ -98,14 +98,14 @@ int peerAddress(int fd, struct sockaddr_in* addr) {
   return ::getpeername(toSocket(fd), reinterpret_cast<sockaddr*>(addr), &len) == 0 ? 0 : -1;
 }
 
-int sendSocket(int fd, const void* data, int length, int flags) {
-  int n = ::send(toSocket(fd), static_cast<const char*>(data), length, flags);
-  return n == SOCKET_ERROR ? -1 : n;
+int recvSocket(int fd, void* buf, size_t len) {
+  return ::recv(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<char*>(buf),
+                static_cast<int>(len), 0);
 }
 
-int recvSocket(int fd, void* data, int length, int flags) {
-  int n = ::recv(toSocket(fd), static_cast<char*>(data), length, flags);
-  return n == SOCKET_ERROR ? -1 : n;
+int sendSocket(int fd, const void* buf, size_t len) {
+  return ::send(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<const char*>(buf),
+                static_cast<int>(len), 0);
 }
 
 uint64_t currentThreadId() { return ::GetCurrentThreadId(); }
@@ -193,12 +193,13 @@ int peerAddress(int fd, struct sockaddr_in* addr) {
   return ::getpeername(fd, reinterpret_cast<sockaddr*>(addr), &len);
 }
 
-int sendSocket(int fd, const void* data, int length, int flags) {
-  return static_cast<int>(::send(fd, data, static_cast<size_t>(length), flags | MSG_NOSIGNAL));
+int recvSocket(int fd, void* buf, size_t len) {
+  return static_cast<int>(::recv(fd, buf, len, 0));
 }
 
-int recvSocket(int fd, void* data, int length, int flags) {
-  return static_cast<int>(::recv(fd, data, static_cast<size_t>(length), flags));
+int sendSocket(int fd, const void* buf, size_t len) {
+  // No SIGPIPE for a peer that has gone: the error comes back as EPIPE.
+  return static_cast<int>(::send(fd, buf, len, MSG_NOSIGNAL));
 }
 
 uint64_t currentThreadId() { return static_cast<uint64_t>(::syscall(SYS_gettid)); }

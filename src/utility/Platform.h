@@ -118,6 +118,11 @@ int pollSockets(PollFd* fds, size_t count, int timeoutMs);
 int setNonBlocking(int fd);
 int setSocketOption(int fd, int level, int option, const void* value, int length);
 int getSocketOption(int fd, int level, int option, void* value, int* length);
+/// One recv / send with flags 0 on a connected socket; the platform's result
+/// (bytes, 0 on an orderly close for recv, negative on failure with the error
+/// left for lastSocketError).
+int recvSocket(int fd, void* buf, size_t len);
+int sendSocket(int fd, const void* buf, size_t len);
 /// The BSD socket calls on int32 handles. Results as there: 0 (or the new
 /// socket, or the byte count) on success, -1 on failure with the error in
 /// lastSocketError().
@@ -128,9 +133,6 @@ int connectSocket(int fd, const struct sockaddr_in& addr);
 int acceptSocket(int fd, struct sockaddr_in* peer);
 int localAddress(int fd, struct sockaddr_in* addr);
 int peerAddress(int fd, struct sockaddr_in* addr);
-/// send never raises SIGPIPE: a closed peer is reported as an error.
-int sendSocket(int fd, const void* data, int length, int flags);
-int recvSocket(int fd, void* data, int length, int flags);
 
 /// Identity of the calling thread as the system numbers it.
 uint64_t currentThreadId();
