@@ -55,7 +55,13 @@ void Channel::handleEvent(Timestamp receiveTime) {
 // close yet (the read callback drains it and sees the end itself), an error
 // comes before the read, and the read before the write.
 void Channel::handleEventWithGuard(Timestamp receiveTime) {
-  handlingEvents_ = true;
+  // Cleared on every way out: an exception from a callback leaves the loop,
+  // and the channel must still be destructible afterwards.
+  struct HandlingFlag {
+    explicit HandlingFlag(bool& flag) : flag_(flag) { flag_ = true; }
+    ~HandlingFlag() { flag_ = false; }
+    bool& flag_;
+  } handling(handlingEvents_);
   LOG_TRACE << eventsToString(fd_, revents_);
   if ((revents_ & platform::kPollHup) && !(revents_ & platform::kPollIn)) {
     if (warnOnHangUp_) LOG_WARN << "fd = " << fd_ << " Channel::handle_event() POLLHUP";
@@ -75,7 +81,6 @@ void Channel::handleEventWithGuard(Timestamp receiveTime) {
   if (revents_ & platform::kPollOut) {
     if (writeCallback_) writeCallback_();
   }
-  handlingEvents_ = false;
 }
 
 std::string Channel::eventsToString(int fd, int events) {
