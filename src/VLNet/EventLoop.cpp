@@ -186,7 +186,9 @@ TimerId EventLoop::runEvery(double interval, TimerCallback cb) {
   return timerQueue_->addTimer(std::move(cb), addTime(Timestamp::now(), interval), interval);
 }
 
-void EventLoop::cancel(TimerId timerId) { timerQueue_->cancel(timerId); }
+void EventLoop::cancel(TimerId timerId) {
+  timerQueue_->cancel(timerId);
+}
 
 void EventLoop::updateChannel(Channel* channel) {
   assertInLoopThread();
@@ -203,9 +205,13 @@ bool EventLoop::hasChannel(Channel* channel) {
   return poller_->hasChannel(channel);
 }
 
-void EventLoop::addEveryPassChannel(Channel* channel) { everyPassChannels_.push_back(channel); }
+void EventLoop::addEveryPassChannel(Channel* channel) {
+  everyPassChannels_.push_back(channel);
+}
 
-bool EventLoop::isInLoopThread() const { return threadId_ == CurrentThread::tid(); }
+bool EventLoop::isInLoopThread() const {
+  return threadId_ == CurrentThread::tid();
+}
 
 void EventLoop::abortNotInLoopThread() const {
   LOG_FATAL << "EventLoop::abortNotInLoopThread - EventLoop " << this

@@ -7,7 +7,10 @@ namespace velmar {
 namespace net {
 
 EventLoopThread::EventLoopThread(const ThreadInitCallback& cb, const std::string& name)
-    : loop_(nullptr), thread_([this] { threadFunc(); }, name), mutex_(), cond_(mutex_),
+    : loop_(nullptr),
+      thread_([this] { threadFunc(); }, name),
+      mutex_(),
+      cond_(mutex_),
       callback_(cb) {}
 
 EventLoopThread::~EventLoopThread() {
@@ -31,7 +34,9 @@ void EventLoopThread::quit() {
   if (loop_) loop_->quit();
 }
 
-void EventLoopThread::join() { thread_.join(); }
+void EventLoopThread::join() {
+  thread_.join();
+}
 
 void EventLoopThread::threadFunc() {
   EventLoop loop;

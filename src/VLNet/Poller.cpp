@@ -11,7 +11,9 @@ Poller::Poller(EventLoop* loop) : loop_(loop) {}
 
 Poller::~Poller() = default;
 
-void Poller::assertInLoopThread() const { loop_->assertInLoopThread(); }
+void Poller::assertInLoopThread() const {
+  loop_->assertInLoopThread();
+}
 
 void Poller::removeChannel(Channel* channel) {
   assertInLoopThread();

@@ -131,9 +131,8 @@ void TimerQueue::handleRead() {
   // twice to catch up.
   for (const Entry& entry : expired) {
     Timer* timer = entry.second;
-    if (timer->repeat() &&
-        cancelledWhileRunning_.find(ActiveTimer(timer, timer->sequence())) ==
-            cancelledWhileRunning_.end()) {
+    if (timer->repeat() && cancelledWhileRunning_.find(ActiveTimer(timer, timer->sequence())) ==
+                               cancelledWhileRunning_.end()) {
       timer->restart(now);
       insert(timer);
     } else {

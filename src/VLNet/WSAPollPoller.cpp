@@ -9,7 +9,8 @@
 namespace velmar {
 namespace net {
 
-WSAPollPoller::WSAPollPoller(EventLoop* loop) : Poller(loop), pollFunction_(platform::pollSockets) {}
+WSAPollPoller::WSAPollPoller(EventLoop* loop)
+    : Poller(loop), pollFunction_(platform::pollSockets) {}
 
 WSAPollPoller::~WSAPollPoller() = default;
 

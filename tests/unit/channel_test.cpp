@@ -1,5 +1,7 @@
 // Channel dispatch: which callbacks run, and in which order, for each
 // combination of returned events the dispatch tells apart.
+#include "VLNet/Channel.h"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -8,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "VLNet/Channel.h"
 #include "VLNet/EventLoop.h"
 #include "utility/Logging.h"
 #include "utility/Platform.h"
@@ -54,7 +55,9 @@ void markingCallbacks(Channel& channel) {
   channel.setErrorCallback([] { printf("error\n"); });
 }
 
-std::string revent(int revents) { return "revent:" + std::to_string(revents); }
+std::string revent(int revents) {
+  return "revent:" + std::to_string(revents);
+}
 
 struct DispatchCase {
   const char* name;
@@ -82,9 +85,11 @@ TEST(Channel, DispatchOrderForEachEventCombination) {
       {"read hang-up", kPollRdHup, {"read"}},
       {"writable", out, {"write"}},
       {"readable and writable: read first", rdnorm | out, {"read", "write"}},
-      {"error before read before write", err | rdnorm | out,
+      {"error before read before write",
+       err | rdnorm | out,
        {revent(err | rdnorm | out), "error", "read", "write"}},
-      {"everything wrong at once", hup | err | nval | out,
+      {"everything wrong at once",
+       hup | err | nval | out,
        {"warn-hup", "close", "warn-nval", revent(hup | err | nval | out), "error", "write"}},
   };
   EventLoop loop;
@@ -101,8 +106,7 @@ TEST(Channel, EmptyCallbacksAreSkipped) {
   Channel channel(&loop, kFd);
   int all = platform::kPollHup | platform::kPollErr | platform::kPollNval | platform::kPollIn |
             platform::kPollPri | platform::kPollRdHup | platform::kPollOut;
-  EXPECT_EQ(dispatch(channel, all),
-            (std::vector<std::string>{"warn-nval", revent(all)}));
+  EXPECT_EQ(dispatch(channel, all), (std::vector<std::string>{"warn-nval", revent(all)}));
 }
 
 TEST(Channel, TiedChannelWhoseOwnerIsGoneHandlesNothing) {
@@ -147,8 +151,8 @@ TEST(Channel, EventsToString) {
   EXPECT_EQ(Channel::eventsToString(3, 0), "3: ");
   EXPECT_EQ(Channel::eventsToString(5, kPollRdNorm), "5: IN ");
   EXPECT_EQ(Channel::eventsToString(5, kPollIn | kPollOut), "5: IN OUT ");
-  EXPECT_EQ(Channel::eventsToString(-1, kPollNval | kPollErr | kPollRdHup | kPollHup | kPollOut |
-                                            kPollPri | kPollIn),
+  EXPECT_EQ(Channel::eventsToString(
+                -1, kPollNval | kPollErr | kPollRdHup | kPollHup | kPollOut | kPollPri | kPollIn),
             "-1: IN PRI OUT HUP RDHUP ERR NVAL ");
 }
 

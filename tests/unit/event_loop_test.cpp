@@ -130,7 +130,7 @@ TEST(EventLoop, QuitInsideAPassFinishesThePassAndLeavesLaterFunctorsUnrun) {
     });
     runLoop(loop);
     EXPECT_EQ(loop.iteration(), 1);
-    EXPECT_TRUE(timerRan);       // timers run after the functors of the pass
+    EXPECT_TRUE(timerRan);  // timers run after the functors of the pass
     EXPECT_EQ(everyPassCalls, 1);
     EXPECT_EQ(sentinel.use_count(), 2);  // still held by the pending functor
   }

@@ -1,5 +1,7 @@
 // Threads, the condition on MutexLock, the latch, and a loop on a thread of
 // its own.
+#include "utility/Thread.h"
+
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -14,7 +16,6 @@
 #include "utility/CountDownLatch.h"
 #include "utility/CurrentThread.h"
 #include "utility/Mutex.h"
-#include "utility/Thread.h"
 
 using velmar::net::EventLoop;
 using velmar::net::EventLoopThread;

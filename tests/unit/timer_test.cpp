@@ -185,7 +185,7 @@ TEST(Timer, AddAndCancelFromAnotherThread) {
   std::thread other([&] {
     looping.wait();
     TimerId longOne = queue.addTimer([&] { cancelledRan = true; },
-                                    velmar::addTime(Timestamp::now(), 3600.0), 3600.0);
+                                     velmar::addTime(Timestamp::now(), 3600.0), 3600.0);
     queue.cancel(longOne);
     loop.runAfter(0.0, [&] {
       ranOnLoopThread = loop.isInLoopThread();
