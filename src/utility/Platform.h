@@ -59,12 +59,47 @@ constexpr int kShutWrite = SHUT_WR;
 #endif
 /// The plain EAGAIN number, retried by the connector on every platform.
 constexpr int kErrAgainPlain = 11;
+/// The plain interrupted-call number (EINTR). On Windows the socket layer
+/// reports its own WSAEINTR instead, so there this value never matches.
+constexpr int kErrInterruptedPlain = 4;
 
 #if defined(_WIN32)
 using PollFd = WSAPOLLFD;
 #else
 using PollFd = struct pollfd;
 #endif
+
+// poll flags under the names the reactor uses. The reactor was laid out on the
+// Windows pollfd values, where POLLIN is POLLRDNORM|POLLRDBAND; Linux has its
+// own bits for the same meanings, and a separate POLLIN bit that kPollIn takes
+// in as well. Only kPollRdNorm and kPollOut are ever asked for in `events`;
+// the others are tested in `revents` only.
+constexpr int kPollRdNorm = POLLRDNORM;
+constexpr int kPollIn = POLLIN | POLLRDNORM | POLLRDBAND;
+constexpr int kPollPri = POLLPRI;
+constexpr int kPollOut = POLLOUT;  // POLLWRNORM on Windows
+constexpr int kPollErr = POLLERR;
+constexpr int kPollHup = POLLHUP;
+constexpr int kPollNval = POLLNVAL;
+#if defined(_WIN32)
+constexpr int kPollRdHup = 0x2000;  // WSAPoll has no name for the read-hang-up bit
+#else
+constexpr int kPollRdHup = POLLRDHUP;
+#endif
+
+/// The handle of a poll entry is the int32 socket sign-extended; a negative
+/// handle makes poll pass over the entry.
+inline void setPollHandle(PollFd& entry, int fd) {
+#if defined(_WIN32)
+  entry.fd = static_cast<SOCKET>(static_cast<intptr_t>(fd));
+#else
+  entry.fd = fd;
+#endif
+}
+/// The low 32 bits of an entry's handle.
+inline int pollHandle(const PollFd& entry) {
+  return static_cast<int>(static_cast<intptr_t>(entry.fd));
+}
 
 /// Makes the socket layer usable (WSAStartup 2.2 on Windows; nothing else).
 void startupSockets();
@@ -91,6 +126,16 @@ int sendSocket(int fd, const void* buf, size_t len);
 /// Writes `text`, ": " and the text of the calling thread's last error to the
 /// standard error, as perror does (the last socket error on Windows).
 void printLastError(const char* text);
+/// The BSD socket calls on int32 handles. Results as there: 0 (or the new
+/// socket, or the byte count) on success, -1 on failure with the error in
+/// lastSocketError().
+int bindSocket(int fd, const struct sockaddr_in& addr);
+int listenSocket(int fd, int backlog);
+int connectSocket(int fd, const struct sockaddr_in& addr);
+/// The accepted socket or -1; the peer's address goes to *peer if given.
+int acceptSocket(int fd, struct sockaddr_in* peer);
+int localAddress(int fd, struct sockaddr_in* addr);
+int peerAddress(int fd, struct sockaddr_in* addr);
 
 /// Identity of the calling thread as the system numbers it.
 uint64_t currentThreadId();

@@ -1,0 +1,185 @@
+// Channel dispatch: which callbacks run, and in which order, for each
+// combination of returned events the dispatch tells apart.
+#include "VLNet/Channel.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "VLNet/EventLoop.h"
+#include "utility/Logging.h"
+#include "utility/Platform.h"
+
+using velmar::Timestamp;
+using velmar::net::Channel;
+using velmar::net::EventLoop;
+namespace platform = velmar::platform;
+
+namespace {
+
+constexpr int kFd = 4242;  // never registered: handleEvent is called by hand
+
+// Everything the dispatch does goes to the standard output in order: the
+// WARN lines, the "revent:" line, and the callbacks' own marks.
+std::vector<std::string> dispatch(Channel& channel, int revents) {
+  channel.setRevents(revents);
+  ::testing::internal::CaptureStdout();
+  channel.handleEvent(Timestamp(123));
+  std::string out = ::testing::internal::GetCapturedStdout();
+  std::vector<std::string> seen;
+  std::istringstream lines(out);
+  std::string line;
+  while (std::getline(lines, line)) {
+    if (line.find("Channel::handle_event() POLLHUP") != std::string::npos) {
+      seen.push_back("warn-hup");
+    } else if (line.find("Channel::handle_event() POLLNVAL") != std::string::npos) {
+      seen.push_back("warn-nval");
+    } else if (line.find("TRACE") == std::string::npos) {
+      seen.push_back(line);
+    }
+  }
+  return seen;
+}
+
+void markingCallbacks(Channel& channel) {
+  channel.setReadCallback([](Timestamp t) {
+    EXPECT_EQ(t, Timestamp(123));
+    printf("read\n");
+  });
+  channel.setWriteCallback([] { printf("write\n"); });
+  channel.setCloseCallback([] { printf("close\n"); });
+  channel.setErrorCallback([] { printf("error\n"); });
+}
+
+std::string revent(int revents) {
+  return "revent:" + std::to_string(revents);
+}
+
+struct DispatchCase {
+  const char* name;
+  int revents;
+  std::vector<std::string> expected;
+};
+
+}  // namespace
+
+TEST(Channel, DispatchOrderForEachEventCombination) {
+  using namespace platform;
+  const int hup = kPollHup, err = kPollErr, nval = kPollNval, out = kPollOut;
+  const int rdnorm = kPollRdNorm;
+  const std::vector<DispatchCase> cases = {
+      {"nothing", 0, {}},
+      {"hang-up alone closes", hup, {"warn-hup", "close"}},
+      {"hang-up with data left reads, no close", hup | rdnorm, {"read"}},
+      {"hang-up with any readable bit reads", hup | kPollIn, {"read"}},
+      {"hang-up and error", hup | err, {"warn-hup", "close", revent(hup | err), "error"}},
+      {"invalid handle", nval, {"warn-nval", revent(nval), "error"}},
+      {"error alone", err, {revent(err), "error"}},
+      {"normal data", rdnorm, {"read"}},
+      {"every readable bit", kPollIn, {"read"}},
+      {"priority data", kPollPri, {"read"}},
+      {"read hang-up", kPollRdHup, {"read"}},
+      {"writable", out, {"write"}},
+      {"readable and writable: read first", rdnorm | out, {"read", "write"}},
+      {"error before read before write",
+       err | rdnorm | out,
+       {revent(err | rdnorm | out), "error", "read", "write"}},
+      {"everything wrong at once",
+       hup | err | nval | out,
+       {"warn-hup", "close", "warn-nval", revent(hup | err | nval | out), "error", "write"}},
+  };
+  EventLoop loop;
+  Channel channel(&loop, kFd);
+  markingCallbacks(channel);
+  for (const DispatchCase& c : cases) {
+    EXPECT_EQ(dispatch(channel, c.revents), c.expected) << c.name;
+    EXPECT_FALSE(channel.isHandlingEvents()) << c.name;
+  }
+}
+
+TEST(Channel, EmptyCallbacksAreSkipped) {
+  EventLoop loop;
+  Channel channel(&loop, kFd);
+  int all = platform::kPollHup | platform::kPollErr | platform::kPollNval | platform::kPollIn |
+            platform::kPollPri | platform::kPollRdHup | platform::kPollOut;
+  EXPECT_EQ(dispatch(channel, all), (std::vector<std::string>{"warn-nval", revent(all)}));
+}
+
+TEST(Channel, TiedChannelWhoseOwnerIsGoneHandlesNothing) {
+  EventLoop loop;
+  Channel channel(&loop, kFd);
+  markingCallbacks(channel);
+  auto owner = std::make_shared<int>(1);
+  channel.tie(owner);
+  EXPECT_EQ(dispatch(channel, platform::kPollRdNorm), (std::vector<std::string>{"read"}));
+  owner.reset();
+  EXPECT_TRUE(dispatch(channel, platform::kPollHup | platform::kPollErr).empty());
+  EXPECT_TRUE(dispatch(channel, platform::kPollRdNorm).empty());
+}
+
+TEST(Channel, TieKeepsTheOwnerAliveUntilHandlingEnds) {
+  struct Owner {
+    Owner(std::vector<std::string>* t, Channel* c) : trace(t), channel(c) {}
+    std::vector<std::string>* trace;
+    Channel* channel;
+    ~Owner() {
+      trace->push_back(channel->isHandlingEvents() ? "destroyed while handling"
+                                                   : "destroyed after handling");
+    }
+  };
+  EventLoop loop;
+  Channel channel(&loop, kFd);
+  std::vector<std::string> trace;
+  auto owner = std::make_shared<Owner>(&trace, &channel);
+  channel.tie(owner);
+  channel.setReadCallback([&](Timestamp) {
+    owner.reset();  // the last reference outside the channel goes
+    trace.push_back("read done");
+  });
+  channel.setWriteCallback([&] { trace.push_back("write"); });
+  channel.setRevents(platform::kPollRdNorm | platform::kPollOut);
+  channel.handleEvent(Timestamp(1));
+  EXPECT_EQ(trace, (std::vector<std::string>{"read done", "write", "destroyed after handling"}));
+}
+
+TEST(Channel, EventsToString) {
+  using namespace platform;
+  EXPECT_EQ(Channel::eventsToString(3, 0), "3: ");
+  EXPECT_EQ(Channel::eventsToString(5, kPollRdNorm), "5: IN ");
+  EXPECT_EQ(Channel::eventsToString(5, kPollIn | kPollOut), "5: IN OUT ");
+  EXPECT_EQ(Channel::eventsToString(
+                -1, kPollNval | kPollErr | kPollRdHup | kPollHup | kPollOut | kPollPri | kPollIn),
+            "-1: IN PRI OUT HUP RDHUP ERR NVAL ");
+}
+
+TEST(Channel, InterestMasks) {
+  EventLoop loop;
+  int fds[2];
+  ASSERT_EQ(velmar::net::createLoopbackPair(fds), 0);
+  {
+    Channel channel(&loop, fds[0]);
+    EXPECT_TRUE(channel.isNoneEvent());
+    EXPECT_EQ(channel.index(), -1);
+    channel.enableReading();
+    EXPECT_EQ(channel.events(), Channel::kReadEvent);
+    EXPECT_EQ(channel.events(), platform::kPollRdNorm);
+    EXPECT_TRUE(loop.hasChannel(&channel));
+    channel.enableWriting();
+    EXPECT_TRUE(channel.isWriting());
+    EXPECT_EQ(channel.events(), Channel::kReadEvent | Channel::kWriteEvent);
+    channel.disableWriting();
+    EXPECT_FALSE(channel.isWriting());
+    EXPECT_EQ(channel.events(), Channel::kReadEvent);
+    channel.disableAll();
+    EXPECT_TRUE(channel.isNoneEvent());
+    EXPECT_TRUE(loop.hasChannel(&channel));
+    channel.remove();
+    EXPECT_FALSE(loop.hasChannel(&channel));
+  }
+  platform::closeSocket(fds[0]);
+  platform::closeSocket(fds[1]);
+}
