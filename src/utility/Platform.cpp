@@ -99,6 +99,8 @@ int peerAddress(int fd, struct sockaddr_in* addr) {
   return ::getpeername(toSocket(fd), reinterpret_cast<sockaddr*>(addr), &len) == 0 ? 0 : -1;
 }
 
+int shutdownSocket(int fd, int how) { return ::shutdown(toSocket(fd), how) == 0 ? 0 : -1; }
+
 int recvSocket(int fd, void* buf, size_t len) {
   return ::recv(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<char*>(buf),
                 static_cast<int>(len), 0);
@@ -193,6 +195,8 @@ int peerAddress(int fd, struct sockaddr_in* addr) {
   socklen_t len = sizeof *addr;
   return ::getpeername(fd, reinterpret_cast<sockaddr*>(addr), &len);
 }
+
+int shutdownSocket(int fd, int how) { return ::shutdown(fd, how); }
 
 int recvSocket(int fd, void* buf, size_t len) {
   return static_cast<int>(::recv(fd, buf, len, 0));

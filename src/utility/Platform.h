@@ -44,6 +44,10 @@ constexpr int kErrConnReset = WSAECONNRESET;
 constexpr int kErrBrokenPipe = WSAESHUTDOWN;
 constexpr int kErrMsgSize = WSAEMSGSIZE;
 constexpr int kShutWrite = SD_SEND;
+// TCP keep-alive options (ws2ipdef.h values; older headers lack the names).
+constexpr int kTcpKeepIdle = 3;
+constexpr int kTcpKeepCount = 16;
+constexpr int kTcpKeepInterval = 17;
 #else
 constexpr int kErrWouldBlock = EWOULDBLOCK;
 constexpr int kErrInProgress = EINPROGRESS;
@@ -56,6 +60,9 @@ constexpr int kErrConnReset = ECONNRESET;
 constexpr int kErrBrokenPipe = EPIPE;
 constexpr int kErrMsgSize = EMSGSIZE;
 constexpr int kShutWrite = SHUT_WR;
+constexpr int kTcpKeepIdle = TCP_KEEPIDLE;
+constexpr int kTcpKeepCount = TCP_KEEPCNT;
+constexpr int kTcpKeepInterval = TCP_KEEPINTVL;
 #endif
 /// The plain EAGAIN number, retried by the connector on every platform.
 constexpr int kErrAgainPlain = 11;
@@ -136,6 +143,8 @@ int connectSocket(int fd, const struct sockaddr_in& addr);
 int acceptSocket(int fd, struct sockaddr_in* peer);
 int localAddress(int fd, struct sockaddr_in* addr);
 int peerAddress(int fd, struct sockaddr_in* addr);
+/// shutdown(how): kShutWrite closes the sending direction.
+int shutdownSocket(int fd, int how);
 
 /// Identity of the calling thread as the system numbers it.
 uint64_t currentThreadId();
