@@ -35,9 +35,15 @@ namespace {
 constexpr char kLoopName[] = "velmar::mdapi::MdApiImpl::runOrderBook";
 constexpr int kLevels = 10;
 
-inline double tickPrice(uint64_t raw) { return static_cast<double>(raw) / 10000.0; }
-inline double snapshotPrice(uint32_t raw) { return static_cast<double>(raw) / 1000000.0; }
-inline double snapshotValue(uint64_t raw) { return static_cast<double>(raw) / 10000.0; }
+inline double tickPrice(uint64_t raw) {
+  return static_cast<double>(raw) / 10000.0;
+}
+inline double snapshotPrice(uint32_t raw) {
+  return static_cast<double>(raw) / 1000000.0;
+}
+inline double snapshotValue(uint64_t raw) {
+  return static_cast<double>(raw) / 10000.0;
+}
 inline int64_t wholeQty(uint64_t raw) {
   return static_cast<int64_t>(static_cast<double>(raw) / 100.0);
 }
@@ -55,8 +61,12 @@ struct Side {
   int64_t* qty;
   std::string* orders;
 };
-inline Side bidSide(CVelmarOrderBook& b) { return Side{b.Bid, b.BidQty, b.BidOrders}; }
-inline Side askSide(CVelmarOrderBook& b) { return Side{b.Ask, b.AskQty, b.AskOrders}; }
+inline Side bidSide(CVelmarOrderBook& b) {
+  return Side{b.Bid, b.BidQty, b.BidOrders};
+}
+inline Side askSide(CVelmarOrderBook& b) {
+  return Side{b.Ask, b.AskQty, b.AskOrders};
+}
 
 /// Writes the decimal text of n followed by a comma; returns the length.
 /// `out` needs 21 bytes.

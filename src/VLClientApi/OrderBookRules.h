@@ -21,8 +21,8 @@ namespace mdapi {
 /// Number of body bytes that the book thread reads for each kind of node,
 /// counted from the body's start. A snapshot's book fields end with
 /// OfferQty[9]; its best-level queues behind that are never read here.
-constexpr size_t kOrderBookBytes = feed::szse_order::Size;        // 51
-constexpr size_t kTradeBookBytes = feed::szse_trade::Size;        // 66
+constexpr size_t kOrderBookBytes = feed::szse_order::Size;                     // 51
+constexpr size_t kTradeBookBytes = feed::szse_trade::Size;                     // 66
 constexpr size_t kSnapshotBookBytes = feed::szse_snapshot::OfferQty + 10 * 8;  // 361
 
 /// Body bytes that a node of `kind` needs, or 0 for a kind the books ignore.
