@@ -22,6 +22,10 @@
 #include <cstring>
 #include <string>
 
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
+
 #include "utility/ByteOrder.h"
 #include "utility/Logging.h"
 
@@ -115,22 +119,74 @@ inline void insertLevel(const Side& s, int i, double p, int64_t q, const char* e
   list.append(entry, len);
 }
 
-/// Finds the needle ",N," in an order list. Every match starts at a comma, so
-/// the search jumps from comma to comma and compares the rest of the needle;
-/// the list's last comma can start no match.
-inline size_t findEntry(const std::string& list, const char* needle, size_t len) {
-  const char* begin = list.data();
-  const size_t size = list.size();
-  if (size < len) return std::string::npos;
-  const char* last = begin + (size - len);  // last position a match can start at
-  for (const char* at = begin; at <= last;) {
-    if (*at == ',' && std::memcmp(at + 1, needle + 1, len - 1) == 0)
-      return static_cast<size_t>(at - begin);
-    const void* next = std::memchr(at + 1, ',', static_cast<size_t>(last - at));
-    if (next == nullptr) break;
-    at = static_cast<const char*>(next);
+/// The search of findEntry for the start positions from `at` on, one candidate
+/// comma at a time.
+///
+/// A match starts at a comma c and ends at the comma c+len-1, with digits and
+/// no comma between. So when the candidate at c fails, no comma c' before the
+/// last comma e in (c, c+len-1] can match either: e would stand inside its
+/// digits. The search jumps straight to e, which for entries as long as the
+/// needle's number is c+len-1 itself, and past c+len-1 when that window holds
+/// no comma at all.
+inline size_t findEntryFrom(const char* begin, size_t size, const char* needle, size_t len,
+                            size_t at) {
+  const size_t last = size - len;  // last place a match can start at
+  while (at <= last && begin[at] != ',') ++at;
+  const char lastDigit = needle[len - 2];
+  while (at <= last) {
+    const size_t close = at + (len - 1);
+    if (begin[close] == ',' && begin[close - 1] == lastDigit &&
+        std::memcmp(begin + at + 1, needle + 1, len - 3) == 0)
+      return at;
+    size_t next = close;
+    while (next != at && begin[next] != ',') --next;
+    if (next == at) {
+      const void* comma = std::memchr(begin + close + 1, ',', size - close - 1);
+      if (comma == nullptr) break;
+      next = static_cast<size_t>(static_cast<const char*>(comma) - begin);
+    }
+    at = next;
   }
   return std::string::npos;
+}
+
+/// Finds the first needle ",N," in an order list: the same result as
+/// std::string::find, fast enough for a cancellation to search ten lists.
+/// Where the processor has SSE2 (every x86-64), sixteen start positions are
+/// tested at once: a start needs a comma there and len-1 bytes further on,
+/// and the needle's first, second-last and last digits at their places.
+/// The few positions that pass are compared in full; the last fifteen start
+/// positions, and every position elsewhere, go through findEntryFrom.
+inline size_t findEntry(const std::string& list, const char* needle, size_t len) {
+  const char* const begin = list.data();
+  const size_t size = list.size();
+  if (size < len) return std::string::npos;
+  size_t from = 0;
+#if defined(__SSE2__)
+  const size_t last = size - len;
+  const __m128i comma = _mm_set1_epi8(',');
+  const __m128i firstDigit = _mm_set1_epi8(needle[1]);
+  const __m128i digitBeforeLast = _mm_set1_epi8(needle[len - 3]);  // the comma if one digit
+  const __m128i lastDigit = _mm_set1_epi8(needle[len - 2]);
+  auto at = [begin](size_t pos) {
+    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin + pos));
+  };
+  // The widest load of a block starts at from+len-1 and ends at from+len+14,
+  // which stays inside the list while from+15 <= last.
+  for (; from + 15 <= last; from += 16) {
+    __m128i hits =
+        _mm_and_si128(_mm_cmpeq_epi8(at(from), comma), _mm_cmpeq_epi8(at(from + len - 1), comma));
+    hits = _mm_and_si128(hits, _mm_cmpeq_epi8(at(from + len - 2), lastDigit));
+    hits = _mm_and_si128(hits, _mm_cmpeq_epi8(at(from + len - 3), digitBeforeLast));
+    hits = _mm_and_si128(hits, _mm_cmpeq_epi8(at(from + 1), firstDigit));
+    for (unsigned bits = static_cast<unsigned>(_mm_movemask_epi8(hits)); bits != 0;
+         bits &= bits - 1) {
+      const size_t pos = from + static_cast<size_t>(__builtin_ctz(bits));
+      if (std::memcmp(begin + pos + 1, needle + 1, len - 2) == 0) return pos;
+    }
+  }
+#endif
+  return findEntryFrom(begin, size, needle, len, from);
 }
 
 void executeOnLevel(const Side& s, bool buy, int i, double p, int64_t q) {

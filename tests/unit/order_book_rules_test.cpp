@@ -2,6 +2,8 @@
 // callback) or, where the gate is beside the point, through the rules alone.
 #include <gtest/gtest.h>
 
+#include <random>
+
 #include "VLClientApi/OrderBookRules.h"
 #include "support/BookHarness.h"
 
@@ -721,6 +723,48 @@ TEST(OrderBookTrades, CancelAfterFullExecutionReducesLevel) {
   EXPECT_EQ("10:3:,5,", bids(*b));
   applyTrade(*b, tradeBody(kId, '4', 5, 0, 0, 100, 4).data());
   EXPECT_EQ("10:2:,", bids(*b));
+}
+
+TEST(OrderBookTrades, CancellationMatchesAPlainSearch) {
+  // The cancellation against a model written with std::string::find, on
+  // random lists of numbers of mixed lengths that share digits.
+  std::mt19937 rng(3);
+  auto number = [&rng] {
+    static const int64_t bases[] = {1, 10, 11, 101, 110, 1010, 7300000, 73000000};
+    return bases[rng() % 8] + static_cast<int64_t>(rng() % 3);
+  };
+  for (int round = 0; round < 3000; ++round) {
+    auto b = makeOrderBook(Id16(kId).bytes);
+    b->UpdateTime = 1;
+    for (int i = 0; i < 10; ++i) {
+      b->Bid[i] = 10 - i;
+      b->BidQty[i] = static_cast<int64_t>(rng() % 4);
+      const int entries = static_cast<int>(rng() % 14);  // long enough for block search
+      for (int k = 0; k < entries; ++k) b->BidOrders[i] += std::to_string(number()) + ",";
+    }
+    const int64_t victim = number();
+    const int64_t q = static_cast<int64_t>(rng() % 3);
+    // the model
+    double px[10];
+    int64_t qty[10];
+    std::string lists[10];
+    for (int i = 0; i < 10; ++i)
+      px[i] = b->Bid[i], qty[i] = b->BidQty[i], lists[i] = b->BidOrders[i];
+    const std::string needle = "," + std::to_string(victim) + ",";
+    for (int i = 0; i < 10; ++i) {
+      const size_t k = lists[i].find(needle);
+      if (k == std::string::npos) continue;
+      if (qty[i] == q) {
+        for (int j = i; j < 9; ++j) px[j] = px[j + 1], qty[j] = qty[j + 1], lists[j] = lists[j + 1];
+        px[9] = 0, qty[9] = 0, lists[9] = ",";
+      } else {
+        qty[i] -= q;
+        lists[i].erase(k, needle.size() - 1);
+      }
+    }
+    applyTrade(*b, tradeBody(kId, '4', victim, 0, 0, static_cast<uint64_t>(q) * 100, 2).data());
+    ASSERT_EQ(sideText(px, qty, lists), bids(*b)) << "round " << round << ", cancel " << victim;
+  }
 }
 
 // ---------------------------------------------------------------------------
