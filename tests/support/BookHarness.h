@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "VLClientApi/MdApiImpl.h"
+#include "VLClientApi/OrderBookRules.h"
 #include "support/BookMessages.h"
 #include "utility/Logging.h"
 
@@ -54,6 +55,42 @@ inline std::string asks(const CVelmarOrderBook& b) {
 /// The exact double of a raw order or trade price.
 inline double tick(uint64_t raw) {
   return static_cast<double>(raw) / 10000.0;
+}
+
+/// The raw order price of a decimal text such as "10.05" (100500), exactly.
+inline uint64_t rawPrice(const std::string& text) {
+  uint64_t whole = 0, fraction = 0, scale = 10000;
+  size_t i = 0;
+  for (; i < text.size() && text[i] != '.'; ++i) whole = whole * 10 + (text[i] - '0');
+  for (++i; i < text.size() && scale > 1; ++i)
+    fraction = fraction * 10 + (text[i] - '0'), scale /= 10;
+  return whole * 10000 + fraction * scale;
+}
+
+/// Sets the levels of one side from the text that sideText prints: levels
+/// "price:qty:list" separated by blanks; levels not named stay as they are.
+inline void setSide(double* px, int64_t* qty, std::string* lists, const std::string& text) {
+  size_t pos = 0;
+  for (int i = 0; i < 10 && pos < text.size(); ++i) {
+    size_t end = text.find(' ', pos);
+    if (end == std::string::npos) end = text.size();
+    const std::string level = text.substr(pos, end - pos);
+    const size_t c1 = level.find(':'), c2 = level.find(':', c1 + 1);
+    px[i] = tick(rawPrice(level.substr(0, c1)));
+    qty[i] = std::stoll(level.substr(c1 + 1, c2 - c1 - 1));
+    lists[i] = level.substr(c2 + 1);
+    pos = end + 1;
+  }
+}
+
+/// A Seeded book (UpdateTime 1) with the given sides, in sideText's form.
+inline std::unique_ptr<CVelmarOrderBook> bookFrom(const std::string& bidText,
+                                                  const std::string& askText) {
+  auto b = velmar::mdapi::makeOrderBook(Id16("000001").bytes);
+  b->UpdateTime = 1;
+  setSide(b->Bid, b->BidQty, b->BidOrders, bidText);
+  setSide(b->Ask, b->AskQty, b->AskOrders, askText);
+  return b;
 }
 
 struct BookHarness {

@@ -219,176 +219,65 @@ TEST(OrderBookSnapshots, WorkedSequenceFromFresh) {
 // ---------------------------------------------------------------------------
 // Orders: the edges of the insert rule, on the rules alone.
 
-/// A seeded book with the given levels (raw order prices, whole quantities).
-std::unique_ptr<CVelmarOrderBook> bookWith(
-    std::initializer_list<std::pair<uint64_t, int64_t>> bid,
-    std::initializer_list<std::pair<uint64_t, int64_t>> ask) {
-  auto b = makeOrderBook(Id16(kId).bytes);
-  b->UpdateTime = 1;
-  int i = 0;
-  for (auto& l : bid) b->Bid[i] = tick(l.first), b->BidQty[i++] = l.second;
-  i = 0;
-  for (auto& l : ask) b->Ask[i] = tick(l.first), b->AskQty[i++] = l.second;
-  return b;
-}
+// Ten buy levels from 10.00 down to 9.10, one share each.
+#define FULL_SIDE "10:1:, 9.9:1:, 9.8:1:, 9.7:1:, 9.6:1:, 9.5:1:, 9.4:1:, 9.3:1:, 9.2:1:, 9.1:1:,"
 
 struct OrderCase {
   const char* name;
-  std::vector<std::pair<uint64_t, int64_t>> bid, ask;
+  const char* bids;  // the book before, as sideText prints it
+  const char* asks;
   char side;
   uint64_t price;
   uint64_t qty;
-  const char* bids;
-  const char* asks;
+  const char* wantBids;
+  const char* wantAsks;
 };
 
 TEST(OrderBookOrders, InsertEdges) {
-  const std::vector<std::pair<uint64_t, int64_t>> full = {
-      {100000, 100}, {99000, 100}, {98000, 100}, {97000, 100}, {96000, 100},
-      {95000, 100},  {94000, 100}, {93000, 100}, {92000, 100}, {91000, 100}};
+  // clang-format off
   const OrderCase cases[] = {
-      {"buy worse than all, empty level exists: first empty level",
-       {{100000, 1}},
-       {{101000, 1}},
-       '1',
-       99000,
-       500,
-       "10:1:, 9.9:5:,7,",
-       "10.1:1:,"},
-      {"sell worse than all, empty level exists: not entered",
-       {{100000, 1}},
-       {{101000, 1}},
-       '2',
-       102000,
-       500,
-       "10:1:,",
-       "10.1:1:,"},
-      {"sell into an empty side: not entered", {{100000, 1}}, {}, '2', 101000, 500, "10:1:,", ""},
-      {"buy into an empty side: level 0",
-       {},
-       {{101000, 1}},
-       '1',
-       100000,
-       500,
-       "10:5:,7,",
-       "10.1:1:,"},
-      {"full side, 9.55 inserted at level 5, 9.10 falls off",
-       full,
-       {},
-       '1',
-       95500,
-       100,
-       "10:100:, 9.9:100:, 9.8:100:, 9.7:100:, 9.6:100:, 9.55:1:,7, 9.5:100:, 9.4:100:, "
-       "9.3:100:, 9.2:100:,",
-       ""},
-      {"full side, 9.05 not entered",
-       full,
-       {},
-       '1',
-       90500,
-       100,
-       "10:100:, 9.9:100:, 9.8:100:, 9.7:100:, 9.6:100:, 9.5:100:, 9.4:100:, 9.3:100:, "
-       "9.2:100:, 9.1:100:,",
-       ""},
-      {"full side, 9.10 joins level 9",
-       full,
-       {},
-       '1',
-       91000,
-       100,
-       "10:100:, 9.9:100:, 9.8:100:, 9.7:100:, 9.6:100:, 9.5:100:, 9.4:100:, 9.3:100:, "
-       "9.2:100:, 9.1:101:,7,",
-       ""},
-      {"full side, between levels 8 and 9: replaces level 9",
-       full,
-       {},
-       '1',
-       91500,
-       100,
-       "10:100:, 9.9:100:, 9.8:100:, 9.7:100:, 9.6:100:, 9.5:100:, 9.4:100:, 9.3:100:, "
-       "9.2:100:, 9.15:1:,7,",
-       ""},
-      {"full sell side, better than level 0",
-       {},
-       full,
-       '2',
-       91000,
-       100,
-       "",
-       "9.1:1:,7, 10:100:, 9.9:100:, 9.8:100:, 9.7:100:, 9.6:100:, 9.5:100:, 9.4:100:, "
-       "9.3:100:, 9.2:100:,"},
-      {"buy at price 0 joins the first empty level",
-       {{100000, 1}, {99000, 2}},
-       {},
-       '1',
-       0,
-       300,
-       "10:1:, 9.9:2:, 0:3:,7,",
-       ""},
-      {"buy at price 0 on a full side: not entered",
-       full,
-       {},
-       '1',
-       0,
-       300,
-       "10:100:, 9.9:100:, 9.8:100:, 9.7:100:, 9.6:100:, 9.5:100:, 9.4:100:, 9.3:100:, "
-       "9.2:100:, 9.1:100:,",
-       ""},
-      {"sell at price 0 on an empty side joins level 0", {}, {}, '2', 0, 300, "", "0:3:,7,"},
-      {"sell at price 0 goes in front of a populated level 0",
-       {},
-       {{101000, 1}, {102000, 2}},
-       '2',
-       0,
-       300,
-       "",
-       "0:3:,7, 10.1:1:, 10.2:2:,"},
-      {"quantity 150 truncates to 1", {{100000, 1}}, {}, '1', 100000, 150, "10:2:,7,", ""},
-      {"quantity 50 truncates to 0, the entry stays",
-       {{100000, 1}},
-       {},
-       '1',
-       101000,
-       50,
-       "10.1:0:,7, 10:1:,",
-       ""},
-      {"buy better than a crossed ask",
-       {{100000, 1}},
-       {{101000, 1}},
-       '1',
-       103000,
-       100,
-       "10.3:1:,7, 10:1:,",
-       "10.1:1:,"},
+      {"buy worse than all, an empty level exists: the first empty level",
+       "10:1:,", "10.1:1:,", '1', 99000, 500, "10:1:, 9.9:5:,7,", "10.1:1:,"},
+      {"sell worse than all, an empty level exists: not entered",
+       "10:1:,", "10.1:1:,", '2', 102000, 500, "10:1:,", "10.1:1:,"},
+      {"sell into an empty side: not entered", "10:1:,", "", '2', 101000, 500, "10:1:,", ""},
+      {"buy into an empty side: level 0", "", "10.1:1:,", '1', 100000, 500, "10:5:,7,", "10.1:1:,"},
+      {"full side: 9.55 inserted at level 5, 9.10 falls off", FULL_SIDE, "", '1', 95500, 100,
+       "10:1:, 9.9:1:, 9.8:1:, 9.7:1:, 9.6:1:, 9.55:1:,7, 9.5:1:, 9.4:1:, 9.3:1:, 9.2:1:,", ""},
+      {"full side: 9.05 not entered", FULL_SIDE, "", '1', 90500, 100, FULL_SIDE, ""},
+      {"full side: 9.10 joins level 9", FULL_SIDE, "", '1', 91000, 100,
+       "10:1:, 9.9:1:, 9.8:1:, 9.7:1:, 9.6:1:, 9.5:1:, 9.4:1:, 9.3:1:, 9.2:1:, 9.1:2:,7,", ""},
+      {"full side: between levels 8 and 9 replaces level 9", FULL_SIDE, "", '1', 91500, 100,
+       "10:1:, 9.9:1:, 9.8:1:, 9.7:1:, 9.6:1:, 9.5:1:, 9.4:1:, 9.3:1:, 9.2:1:, 9.15:1:,7,", ""},
+      {"full sell side: better than level 0", "", "10.1:1:, 10.2:1:, 10.3:1:, 10.4:1:, 10.5:1:, "
+       "10.6:1:, 10.7:1:, 10.8:1:, 10.9:1:, 11:1:,", '2', 100500, 100, "",
+       "10.05:1:,7, 10.1:1:, 10.2:1:, 10.3:1:, 10.4:1:, 10.5:1:, 10.6:1:, 10.7:1:, 10.8:1:, 10.9:1:,"},
+      {"buy at price 0 joins the first empty level", "10:1:, 9.9:2:,", "", '1', 0, 300,
+       "10:1:, 9.9:2:, 0:3:,7,", ""},
+      {"buy at price 0 on a full side: not entered", FULL_SIDE, "", '1', 0, 300, FULL_SIDE, ""},
+      {"sell at price 0 on an empty side joins level 0", "", "", '2', 0, 300, "", "0:3:,7,"},
+      {"sell at price 0 goes in front of a populated level 0", "", "10.1:1:, 10.2:2:,", '2', 0, 300,
+       "", "0:3:,7, 10.1:1:, 10.2:2:,"},
+      {"quantity 150 truncates to 1", "10:1:,", "", '1', 100000, 150, "10:2:,7,", ""},
+      {"quantity 50 truncates to 0, the entry stays", "10:1:,", "", '1', 101000, 50,
+       "10.1:0:,7, 10:1:,", ""},
+      {"a buy through the best ask makes a crossed book", "10:1:,", "10.1:1:,", '1', 103000, 100,
+       "10.3:1:,7, 10:1:,", "10.1:1:,"},
   };
+  // clang-format on
   for (const OrderCase& c : cases) {
     SCOPED_TRACE(c.name);
-    auto b = makeOrderBook(Id16(kId).bytes);
-    b->UpdateTime = 1;
-    for (size_t i = 0; i < c.bid.size(); ++i)
-      b->Bid[i] = tick(c.bid[i].first), b->BidQty[i] = c.bid[i].second;
-    for (size_t i = 0; i < c.ask.size(); ++i)
-      b->Ask[i] = tick(c.ask[i].first), b->AskQty[i] = c.ask[i].second;
+    auto b = bookFrom(c.bids, c.asks);
     applyOrder(*b, orderBody(kId, 7, c.side, c.price, c.qty, 50).data());
-    EXPECT_EQ(c.bids, bids(*b));
-    EXPECT_EQ(c.asks, asks(*b));
+    EXPECT_EQ(c.wantBids, bids(*b));
+    EXPECT_EQ(c.wantAsks, asks(*b));
     EXPECT_EQ(50, b->UpdateTime) << "every order of a known side moves the time";
   }
 }
 
 TEST(OrderBookOrders, FullSideAfterFallOff) {
   // After 9.10 has fallen off, an order at 9.10 no longer finds a place.
-  auto b = bookWith({{100000, 100},
-                     {99000, 100},
-                     {98000, 100},
-                     {97000, 100},
-                     {96000, 100},
-                     {95000, 100},
-                     {94000, 100},
-                     {93000, 100},
-                     {92000, 100},
-                     {91000, 100}},
-                    {});
+  auto b = bookFrom(FULL_SIDE, "");
   applyOrder(*b, orderBody(kId, 1, '1', 95500, 10000, 10).data());
   const std::string after = bids(*b);
   applyOrder(*b, orderBody(kId, 2, '1', 91000, 10000, 11).data());
@@ -436,271 +325,66 @@ TEST(OrderBookOrders, SnapshotAndOrderPricesMeetExactly) {
 
 struct TradeCase {
   const char* name;
-  std::vector<std::pair<uint64_t, int64_t>> bid, ask;
-  std::vector<std::string> bidLists, askLists;
+  const char* bids;  // the book before, as sideText prints it
+  const char* asks;
   char exec;
   int64_t bidNo, offerNo;
   uint64_t lastPx, lastQty;
-  const char* bids;
-  const char* asks;
+  const char* wantBids;
+  const char* wantAsks;
 };
 
 TEST(OrderBookTrades, Edges) {
+  // clang-format off
   const TradeCase cases[] = {
       {"crossed book: Bid[0] above p skips Ask[0], nothing else matches",
-       {{103000, 1}, {100000, 2}},
-       {{101000, 3}, {102000, 4}},
-       {},
-       {},
-       'F',
-       0,
-       0,
-       101000,
-       100,
-       "10.3:1:, 10:2:,",
-       "10.1:3:, 10.2:4:,"},
+       "10.3:1:, 10:2:,", "10.1:3:, 10.2:4:,", 'F', 0, 0, 101000, 100,
+       "10.3:1:, 10:2:,", "10.1:3:, 10.2:4:,"},
       {"price on both sides at different indexes: the scan meets Bid[2] first",
-       {{105000, 1}, {104000, 2}, {102000, 5}},
-       {{103000, 3}, {102000, 4}},
-       {},
-       {},
-       'F',
-       0,
-       0,
-       102000,
-       100,
-       "10.5:1:, 10.4:2:, 10.2:4:,",
-       "10.3:3:, 10.2:4:,"},
+       "10.5:1:, 10.4:2:, 10.2:5:,", "10.3:3:, 10.2:4:,", 'F', 0, 0, 102000, 100,
+       "10.5:1:, 10.4:2:, 10.2:4:,", "10.3:3:, 10.2:4:,"},
       {"price on both sides at one index: the buy side first",
-       {{102000, 5}},
-       {{102000, 4}},
-       {},
-       {},
-       'F',
-       0,
-       0,
-       102000,
-       100,
-       "10.2:4:,",
-       "10.2:4:,"},
-      {"execution deleting level 9 only clears it",
-       {{100000, 1},
-        {99000, 1},
-        {98000, 1},
-        {97000, 1},
-        {96000, 1},
-        {95000, 1},
-        {94000, 1},
-        {93000, 1},
-        {92000, 1},
-        {91000, 7}},
-       {},
-       {"", "", "", "", "", "", "", "", "", ",5,"},
-       {},
-       'F',
-       0,
-       0,
-       91000,
-       700,
-       "10:1:, 9.9:1:, 9.8:1:, 9.7:1:, 9.6:1:, 9.5:1:, 9.4:1:, 9.3:1:, 9.2:1:,",
-       ""},
-      {"execution moves the lists of the levels behind",
-       {{100000, 1}, {99000, 2}},
-       {},
-       {",1,", ",2,3,"},
-       {},
-       'F',
-       0,
-       0,
-       100000,
-       100,
-       "9.9:2:,2,3,",
-       ""},
-      {"execution never edits a list",
-       {{100000, 5}},
-       {},
-       {",1,2,"},
-       {},
-       'F',
-       0,
-       0,
-       100000,
-       100,
-       "10:4:,1,2,",
-       ""},
-      {"cancel: ,10, does not match in ,110,",
-       {{100000, 5}},
-       {},
-       {",110,"},
-       {},
-       '4',
-       10,
-       0,
-       0,
-       100,
-       "10:5:,110,",
-       ""},
-      {"cancel: ,10, matches behind ,110,",
-       {{100000, 5}},
-       {},
-       {",110,10,"},
-       {},
-       '4',
-       10,
-       0,
-       0,
-       100,
-       "10:4:,110,",
-       ""},
-      {"cancel: ,10, does not match in ,101,",
-       {{100000, 5}},
-       {},
-       {",101,"},
-       {},
-       '4',
-       10,
-       0,
-       0,
-       100,
-       "10:5:,101,",
-       ""},
-      {"cancel from the middle of a list",
-       {{100000, 5}},
-       {},
-       {",1,22,333,"},
-       {},
-       '4',
-       22,
-       0,
-       0,
-       100,
-       "10:4:,1,333,",
-       ""},
-      {"cancel deleting a level drops the other orders it named",
-       {{100000, 3}, {99000, 2}},
-       {},
-       {",101,102,", ",103,"},
-       {},
-       '4',
-       101,
-       0,
-       0,
-       300,
-       "9.9:2:,103,",
-       ""},
-      {"cancel with q above the level's quantity: negative, entry removed",
-       {{100000, 2}},
-       {},
-       {",7,8,"},
-       {},
-       '4',
-       7,
-       0,
-       0,
-       500,
-       "10:-3:,8,",
-       ""},
-      {"cancel on the sell side",
-       {},
-       {{101000, 5}},
-       {},
-       {",9,"},
-       '4',
-       0,
-       9,
-       0,
-       100,
-       "",
-       "10.1:4:,"},
-      {"cancel: the buy side wins when both numbers are set",
-       {{100000, 5}},
-       {{101000, 5}},
-       {",9,"},
-       {",9,"},
-       '4',
-       9,
-       9,
-       0,
-       100,
-       "10:4:,",
-       "10.1:5:,9,"},
-      {"cancel: buy number 0 or below falls to the sell number",
-       {{100000, 5}},
-       {{101000, 5}},
-       {",9,"},
-       {",9,"},
-       '4',
-       -9,
-       9,
-       0,
-       100,
-       "10:5:,9,",
-       "10.1:4:,"},
-      {"cancel: both numbers 0 or below change nothing",
-       {{100000, 5}},
-       {{101000, 5}},
-       {",9,"},
-       {",9,"},
-       '4',
-       0,
-       -1,
-       0,
-       100,
-       "10:5:,9,",
-       "10.1:5:,9,"},
-      {"cancel ignores the price",
-       {{100000, 5}},
-       {},
-       {",9,"},
-       {},
-       '4',
-       9,
-       0,
-       123400,
-       100,
-       "10:4:,",
-       ""},
-      {"cancel: the number stands on two levels, each reduced once",
-       {{100000, 5}, {99000, 5}},
-       {},
-       {",9,", ",4,9,9,"},
-       {},
-       '4',
-       9,
-       0,
-       0,
-       100,
-       "10:4:, 9.9:4:,4,9,",
-       ""},
+       "10.2:5:,", "10.2:4:,", 'F', 0, 0, 102000, 100, "10.2:4:,", "10.2:4:,"},
+      {"an execution deleting level 9 only clears it",
+       "10:1:, 9.9:1:, 9.8:1:, 9.7:1:, 9.6:1:, 9.5:1:, 9.4:1:, 9.3:1:, 9.2:1:, 9.1:7:,5,", "", 'F',
+       0, 0, 91000, 700, "10:1:, 9.9:1:, 9.8:1:, 9.7:1:, 9.6:1:, 9.5:1:, 9.4:1:, 9.3:1:, 9.2:1:,", ""},
+      {"an execution moves the lists of the levels behind", "10:1:,1, 9.9:2:,2,3,", "", 'F', 0, 0,
+       100000, 100, "9.9:2:,2,3,", ""},
+      {"an execution never edits a list", "10:5:,1,2,", "", 'F', 0, 0, 100000, 100,
+       "10:4:,1,2,", ""},
+      {"cancel: ,10, does not match in ,110,", "10:5:,110,", "", '4', 10, 0, 0, 100,
+       "10:5:,110,", ""},
+      {"cancel: ,10, matches behind ,110,", "10:5:,110,10,", "", '4', 10, 0, 0, 100,
+       "10:4:,110,", ""},
+      {"cancel: ,10, does not match in ,101,", "10:5:,101,", "", '4', 10, 0, 0, 100,
+       "10:5:,101,", ""},
+      {"cancel from the middle of a list", "10:5:,1,22,333,", "", '4', 22, 0, 0, 100,
+       "10:4:,1,333,", ""},
+      {"cancel deleting a level drops the other orders it named", "10:3:,101,102, 9.9:2:,103,", "",
+       '4', 101, 0, 0, 300, "9.9:2:,103,", ""},
+      {"cancel with q above the level's quantity: negative, entry removed", "10:2:,7,8,", "",
+       '4', 7, 0, 0, 500, "10:-3:,8,", ""},
+      {"cancel on the sell side", "", "10.1:5:,9,", '4', 0, 9, 0, 100, "", "10.1:4:,"},
+      {"cancel: the buy side wins when both numbers are set", "10:5:,9,", "10.1:5:,9,", '4', 9, 9,
+       0, 100, "10:4:,", "10.1:5:,9,"},
+      {"cancel: a buy number 0 or below falls to the sell number", "10:5:,9,", "10.1:5:,9,", '4',
+       -9, 9, 0, 100, "10:5:,9,", "10.1:4:,"},
+      {"cancel: both numbers 0 or below change nothing", "10:5:,9,", "10.1:5:,9,", '4', 0, -1, 0,
+       100, "10:5:,9,", "10.1:5:,9,"},
+      {"cancel ignores the price", "10:5:,9,", "", '4', 9, 0, 123400, 100, "10:4:,", ""},
+      {"cancel: a number on two levels is taken off each once", "10:5:,9, 9.9:5:,4,9,9,", "", '4',
+       9, 0, 0, 100, "10:4:, 9.9:4:,4,9,", ""},
       {"cancel: the level moved up by a delete is not searched again",
-       {{100000, 1}, {99000, 5}, {98000, 5}},
-       {},
-       {",9,", ",9,", ",9,"},
-       {},
-       '4',
-       9,
-       0,
-       0,
-       100,
-       "9.9:5:,9, 9.8:4:,",
-       ""},
-      {"unknown ExecType", {{100000, 5}}, {}, {",9,"}, {}, '2', 9, 0, 100000, 100, "10:5:,9,", ""},
+       "10:1:,9, 9.9:5:,9, 9.8:5:,9,", "", '4', 9, 0, 0, 100, "9.9:5:,9, 9.8:4:,", ""},
+      {"unknown ExecType", "10:5:,9,", "", '2', 9, 0, 100000, 100, "10:5:,9,", ""},
   };
+  // clang-format on
   for (const TradeCase& c : cases) {
     SCOPED_TRACE(c.name);
-    auto b = makeOrderBook(Id16(kId).bytes);
-    b->UpdateTime = 1;
-    for (size_t i = 0; i < c.bid.size(); ++i)
-      b->Bid[i] = tick(c.bid[i].first), b->BidQty[i] = c.bid[i].second;
-    for (size_t i = 0; i < c.ask.size(); ++i)
-      b->Ask[i] = tick(c.ask[i].first), b->AskQty[i] = c.ask[i].second;
-    for (size_t i = 0; i < c.bidLists.size(); ++i)
-      if (!c.bidLists[i].empty()) b->BidOrders[i] = c.bidLists[i];
-    for (size_t i = 0; i < c.askLists.size(); ++i)
-      if (!c.askLists[i].empty()) b->AskOrders[i] = c.askLists[i];
+    auto b = bookFrom(c.bids, c.asks);
     applyTrade(*b, tradeBody(kId, c.exec, c.bidNo, c.offerNo, c.lastPx, c.lastQty, 50).data());
-    EXPECT_EQ(c.bids, bids(*b));
-    EXPECT_EQ(c.asks, asks(*b));
+    EXPECT_EQ(c.wantBids, bids(*b));
+    EXPECT_EQ(c.wantAsks, asks(*b));
     EXPECT_EQ(1, b->UpdateTime);
     if (c.exec == 'F') {
       EXPECT_EQ(tick(c.lastPx), b->LastPrice) << "an execution moves the totals in any case";
@@ -717,7 +401,7 @@ TEST(OrderBookTrades, Edges) {
 TEST(OrderBookTrades, CancelAfterFullExecutionReducesLevel) {
   // An execution leaves the number in the list; a later cancellation of it
   // still reduces the level.
-  auto b = bookWith({{100000, 3}}, {});
+  auto b = bookFrom("10:3:,", "");
   applyOrder(*b, orderBody(kId, 5, '1', 100000, 200, 2).data());  // joins: 5, ",5,"
   applyTrade(*b, tradeBody(kId, 'F', 5, 0, 100000, 200, 3).data());
   EXPECT_EQ("10:3:,5,", bids(*b));
@@ -771,8 +455,7 @@ TEST(OrderBookTrades, CancellationMatchesAPlainSearch) {
 // Snapshots.
 
 TEST(OrderBookSnapshots, OverwritesLevelsAndTotalsButNotLists) {
-  auto b = bookWith({{100000, 1}, {99000, 2}, {98000, 3}}, {{101000, 4}});
-  b->BidOrders[2] = ",7,";
+  auto b = bookFrom("10:1:, 9.9:2:, 9.8:3:,7,", "10.1:4:,");
   b->NumTrades = 9;
   Snapshot s;
   s.origTime = 77;
@@ -825,7 +508,7 @@ TEST(OrderBookSnapshots, LargeRawValuesAndQueuesBehindTheLevels) {
 TEST(OrderBookLog, DebugLinesOfTheRules) {
   const std::string f = "velmar::mdapi::MdApiImpl::runOrderBook ";
   LogCapture capture(velmar::utility::Logger::DEBUG);
-  auto b = bookWith({{100000, 1}, {99000, 3}}, {{101000, 1}, {102000, 2}});
+  auto b = bookFrom("10:1:, 9.9:3:,", "10.1:1:, 10.2:2:,");
   applyOrder(*b, orderBody(kId, 1, '1', 100500, 100, 2).data());  // buy insert: no line of its own
   applyOrder(*b, orderBody(kId, 2, '2', 101500, 100, 3).data());  // sell insert
   applyOrder(*b, orderBody(kId, 3, 'G', 1, 100, 4).data());       // unknown side
@@ -856,7 +539,7 @@ TEST(OrderBookLog, DebugLinesOfTheRules) {
 
 TEST(OrderBookLog, NoLinesAboveDebug) {
   LogCapture capture(velmar::utility::Logger::INFO);
-  auto b = bookWith({{100000, 1}}, {{101000, 1}});
+  auto b = bookFrom("10:1:,", "10.1:1:,");
   applyOrder(*b, orderBody(kId, 2, '2', 100500, 100, 3).data());
   applyTrade(*b, tradeBody(kId, 'F', 0, 0, 100500, 100, 5).data());
   applySnapshot(*b, snapshotBody(Snapshot()).data());

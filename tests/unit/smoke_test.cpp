@@ -1,3 +1,6 @@
 #include <gtest/gtest.h>
+
 #include "VelmarMdApi.h"
-TEST(Smoke, Version) { EXPECT_STREQ(velmar::mdapi::VelmarMdApi::GetVersion(), "VELMAR_API_V1.0.1"); }
+TEST(Smoke, Version) {
+  EXPECT_STREQ(velmar::mdapi::VelmarMdApi::GetVersion(), "VELMAR_API_V1.0.1");
+}
