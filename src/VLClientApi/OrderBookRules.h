@@ -41,8 +41,14 @@ inline size_t bookBytesOf(int32_t kind) {
 
 /// The 8 bytes of SecurityID in a body of `kind` (0, 1 or 2).
 inline const char* bookSecurityId(const char* body, int32_t kind) {
-  return body + (kind == orderBookNode::kTrade ? feed::szse_trade::SecurityID
-                                               : feed::szse_order::SecurityID);
+  switch (kind) {
+    case orderBookNode::kTrade:
+      return body + feed::szse_trade::SecurityID;
+    case orderBookNode::kOrder:
+      return body + feed::szse_order::SecurityID;
+    default:
+      return body + feed::szse_snapshot::SecurityID;
+  }
 }
 
 /// A Fresh book for a 16-byte instrument id: every number 0, ExchangeID 2,
