@@ -21,6 +21,7 @@
 #include <charconv>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -81,13 +82,14 @@ inline size_t formatEntry(char* out, int64_t n) {
 }
 
 /// Opens a gap at level i: levels i..8 move down by one, level 9 falls off.
-/// The strings are swapped along, so the list that fell off ends at level i
-/// and its storage is reused there.
+/// Lists are moved, not swapped: a short list's characters are copied once,
+/// and a long one's storage changes hands. The list left at level i is
+/// overwritten by the caller.
 inline void openLevel(const Side& s, int i) {
   for (int j = kLevels - 1; j > i; --j) {
     s.price[j] = s.price[j - 1];
     s.qty[j] = s.qty[j - 1];
-    s.orders[j].swap(s.orders[j - 1]);
+    s.orders[j] = std::move(s.orders[j - 1]);
   }
 }
 
@@ -98,7 +100,7 @@ inline void deleteLevel(const Side& s, int i) {
   for (int j = i; j < kLevels - 1; ++j) {
     s.price[j] = s.price[j + 1];
     s.qty[j] = s.qty[j + 1];
-    s.orders[j].swap(s.orders[j + 1]);
+    s.orders[j] = std::move(s.orders[j + 1]);
   }
   s.price[kLevels - 1] = 0;
   s.qty[kLevels - 1] = 0;
@@ -154,39 +156,45 @@ inline size_t findEntryFrom(const char* begin, size_t size, const char* needle, 
 /// std::string::find, fast enough for a cancellation to search ten lists.
 /// Where the processor has SSE2 (every x86-64), sixteen start positions are
 /// tested at once: a start needs a comma there and len-1 bytes further on,
-/// and the needle's first, second-last and last digits at their places.
-/// The few positions that pass are compared in full; the last fifteen start
-/// positions, and every position elsewhere, go through findEntryFrom.
+/// and the needle's first, second-last and last digits at their places. The
+/// few positions that pass are compared in full. The last block is moved back
+/// to end at the last possible start, overlapping the one before; positions
+/// tested twice failed the first time, so the first match stays the first.
+/// Lists too short for one block go through findEntryFrom.
 inline size_t findEntry(const std::string& list, const char* needle, size_t len) {
   const char* const begin = list.data();
   const size_t size = list.size();
   if (size < len) return std::string::npos;
-  size_t from = 0;
 #if defined(__SSE2__)
-  const size_t last = size - len;
-  const __m128i comma = _mm_set1_epi8(',');
-  const __m128i firstDigit = _mm_set1_epi8(needle[1]);
-  const __m128i digitBeforeLast = _mm_set1_epi8(needle[len - 3]);  // the comma if one digit
-  const __m128i lastDigit = _mm_set1_epi8(needle[len - 2]);
-  auto at = [begin](size_t pos) {
-    return _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin + pos));
-  };
-  // The widest load of a block starts at from+len-1 and ends at from+len+14,
-  // which stays inside the list while from+15 <= last.
-  for (; from + 15 <= last; from += 16) {
-    __m128i hits =
-        _mm_and_si128(_mm_cmpeq_epi8(at(from), comma), _mm_cmpeq_epi8(at(from + len - 1), comma));
-    hits = _mm_and_si128(hits, _mm_cmpeq_epi8(at(from + len - 2), lastDigit));
-    hits = _mm_and_si128(hits, _mm_cmpeq_epi8(at(from + len - 3), digitBeforeLast));
-    hits = _mm_and_si128(hits, _mm_cmpeq_epi8(at(from + 1), firstDigit));
-    for (unsigned bits = static_cast<unsigned>(_mm_movemask_epi8(hits)); bits != 0;
-         bits &= bits - 1) {
-      const size_t pos = from + static_cast<size_t>(__builtin_ctz(bits));
-      if (std::memcmp(begin + pos + 1, needle + 1, len - 2) == 0) return pos;
+  const size_t last = size - len;  // last place a match can start at
+  if (last >= 15) {
+    const __m128i comma = _mm_set1_epi8(',');
+    const __m128i firstDigit = _mm_set1_epi8(needle[1]);
+    const __m128i digitBeforeLast = _mm_set1_epi8(needle[len - 3]);  // the comma if one digit
+    const __m128i lastDigit = _mm_set1_epi8(needle[len - 2]);
+    auto at = [begin](size_t pos) {
+      return _mm_loadu_si128(reinterpret_cast<const __m128i*>(begin + pos));
+    };
+    // The widest load of a block starts at from+len-1 and ends at from+len+14,
+    // which is inside the list for every from up to last-15.
+    const size_t lastBlock = last - 15;
+    for (size_t from = 0;; from += 16) {
+      if (from > lastBlock) from = lastBlock;
+      __m128i hits =
+          _mm_and_si128(_mm_cmpeq_epi8(at(from), comma), _mm_cmpeq_epi8(at(from + len - 1), comma));
+      hits = _mm_and_si128(hits, _mm_cmpeq_epi8(at(from + len - 2), lastDigit));
+      hits = _mm_and_si128(hits, _mm_cmpeq_epi8(at(from + len - 3), digitBeforeLast));
+      hits = _mm_and_si128(hits, _mm_cmpeq_epi8(at(from + 1), firstDigit));
+      for (unsigned bits = static_cast<unsigned>(_mm_movemask_epi8(hits)); bits != 0;
+           bits &= bits - 1) {
+        const size_t pos = from + static_cast<size_t>(__builtin_ctz(bits));
+        if (std::memcmp(begin + pos + 1, needle + 1, len - 2) == 0) return pos;
+      }
+      if (from == lastBlock) return std::string::npos;
     }
   }
 #endif
-  return findEntryFrom(begin, size, needle, len, from);
+  return findEntryFrom(begin, size, needle, len, 0);
 }
 
 void executeOnLevel(const Side& s, bool buy, int i, double p, int64_t q) {
