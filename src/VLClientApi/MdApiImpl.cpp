@@ -24,7 +24,9 @@ const char* VelmarMdApi::GetVersion() { return kVersion; }
 
 MdApiImpl::MdApiImpl() : orderBookQueue_(192) { std::memset(&rspInfo_, 0, sizeof rspInfo_); }
 
-MdApiImpl::~MdApiImpl() = default;
+// Nodes still queued own bytes (possibly from the heap); no book thread runs
+// by the time the object goes.
+MdApiImpl::~MdApiImpl() { drainBookQueue(); }
 
 const char* MdApiImpl::GetTradingDay() {
   if (g_tradingDay[0] == '\0') {

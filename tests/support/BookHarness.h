@@ -1,0 +1,177 @@
+// A session object with a recording callback and the helpers the book tests
+// share: adding books as the front does, feeding nodes to the book thread's
+// step, and printing a side of a book as compact text.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "VLClientApi/MdApiImpl.h"
+#include "VLClientApi/OrderBookRules.h"
+#include "support/BookMessages.h"
+#include "utility/Logging.h"
+
+namespace booktest {
+
+using velmar::mdapi::MdApiImpl;
+using velmar::mdapi::orderBookNode;
+
+/// Counts OnRtnOrderBook and keeps the last pointer.
+class BookSpi : public velmar::mdapi::VelmarMdSpi {
+ public:
+  void OnRtnOrderBook(CVelmarOrderBook* book) override {
+    ++published;
+    last = book;
+  }
+  int published = 0;
+  CVelmarOrderBook* last = nullptr;
+};
+
+/// One level per entry, "price:qty:list", joined by blanks; trailing levels
+/// that are wholly empty (price 0, quantity 0, list ",") are left out.
+inline std::string sideText(const double* px, const int64_t* qty, const std::string* lists) {
+  int used = 10;
+  while (used > 0 && px[used - 1] == 0 && qty[used - 1] == 0 && lists[used - 1] == ",") --used;
+  std::string out;
+  for (int i = 0; i < used; ++i) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, "%g:%lld:", px[i], static_cast<long long>(qty[i]));
+    if (i > 0) out += ' ';
+    out += buf;
+    out += lists[i];
+  }
+  return out;
+}
+inline std::string bids(const CVelmarOrderBook& b) {
+  return sideText(b.Bid, b.BidQty, b.BidOrders);
+}
+inline std::string asks(const CVelmarOrderBook& b) {
+  return sideText(b.Ask, b.AskQty, b.AskOrders);
+}
+
+/// The exact double of a raw order or trade price.
+inline double tick(uint64_t raw) {
+  return static_cast<double>(raw) / 10000.0;
+}
+
+/// The raw order price of a decimal text such as "10.05" (100500), exactly.
+inline uint64_t rawPrice(const std::string& text) {
+  uint64_t whole = 0, fraction = 0, scale = 10000;
+  size_t i = 0;
+  for (; i < text.size() && text[i] != '.'; ++i) whole = whole * 10 + (text[i] - '0');
+  for (++i; i < text.size() && scale > 1; ++i)
+    fraction = fraction * 10 + (text[i] - '0'), scale /= 10;
+  return whole * 10000 + fraction * scale;
+}
+
+/// Sets the levels of one side from the text that sideText prints: levels
+/// "price:qty:list" separated by blanks; levels not named stay as they are.
+inline void setSide(double* px, int64_t* qty, std::string* lists, const std::string& text) {
+  size_t pos = 0;
+  for (int i = 0; i < 10 && pos < text.size(); ++i) {
+    size_t end = text.find(' ', pos);
+    if (end == std::string::npos) end = text.size();
+    const std::string level = text.substr(pos, end - pos);
+    const size_t c1 = level.find(':'), c2 = level.find(':', c1 + 1);
+    px[i] = tick(rawPrice(level.substr(0, c1)));
+    qty[i] = std::stoll(level.substr(c1 + 1, c2 - c1 - 1));
+    lists[i] = level.substr(c2 + 1);
+    pos = end + 1;
+  }
+}
+
+/// A Seeded book (UpdateTime 1) with the given sides, in sideText's form.
+inline std::unique_ptr<CVelmarOrderBook> bookFrom(const std::string& bidText,
+                                                  const std::string& askText) {
+  auto b = velmar::mdapi::makeOrderBook(Id16("000001").bytes);
+  b->UpdateTime = 1;
+  setSide(b->Bid, b->BidQty, b->BidOrders, bidText);
+  setSide(b->Ask, b->AskQty, b->AskOrders, askText);
+  return b;
+}
+
+struct BookHarness {
+  MdApiImpl impl;
+  BookSpi spi;
+
+  BookHarness() { impl.RegisterSpi(&spi); }
+
+  void add(const std::string& id) {
+    velmar::utility::MutexLockGuard lock(impl.mutex_);
+    impl.addOrderBook(Id16(id).bytes);
+  }
+  void remove(const std::string& id) {
+    velmar::utility::MutexLockGuard lock(impl.mutex_);
+    impl.removeOrderBook(Id16(id).bytes);
+  }
+  /// The live book of an instrument, or null.
+  CVelmarOrderBook* book(const std::string& id = "000001") {
+    auto it = impl.szseOrderBookMap_.find(id);
+    return it == impl.szseOrderBookMap_.end() ? nullptr : it->second.get();
+  }
+  /// The book thread's step for one body; true if the book was published.
+  bool feed(const Bytes& body, int32_t kind) {
+    const int before = spi.published;
+    orderBookNode node;
+    node.data = body.data();
+    node.kind = kind;
+    const bool result = impl.handleBookNode(node);
+    EXPECT_EQ(result ? 1 : 0, spi.published - before) << "one callback per accepted node";
+    return result;
+  }
+  bool order(const Bytes& body) { return feed(body, orderBookNode::kOrder); }
+  bool trade(const Bytes& body) { return feed(body, orderBookNode::kTrade); }
+  bool snapshot(const Bytes& body) { return feed(body, orderBookNode::kSnapshot); }
+};
+
+/// Diverts the log into a text for the life of the object, at a given level.
+class LogCapture {
+ public:
+  explicit LogCapture(velmar::utility::Logger::LogLevel level)
+      : level_(velmar::utility::Logger::logLevel()), output_(velmar::utility::Logger::output()) {
+    text().clear();
+    velmar::utility::Logger::setOutput(&LogCapture::append);
+    velmar::utility::Logger::setLogLevel(level);
+  }
+  ~LogCapture() {
+    velmar::utility::Logger::setLogLevel(level_);
+    velmar::utility::Logger::setOutput(output_);
+  }
+  LogCapture(const LogCapture&) = delete;
+  LogCapture& operator=(const LogCapture&) = delete;
+
+  /// The message of each line from the function name (or the text) on, without
+  /// the " - file:line" tail, for lines that contain `from`.
+  static std::vector<std::string> messages(const std::string& from) {
+    std::vector<std::string> out;
+    size_t pos = 0;
+    const std::string& all = text();
+    while (pos < all.size()) {
+      size_t end = all.find('\n', pos);
+      if (end == std::string::npos) end = all.size();
+      const std::string line = all.substr(pos, end - pos);
+      pos = end + 1;
+      const size_t start = line.find(from);
+      if (start == std::string::npos) continue;
+      const size_t tail = line.rfind(" - ");
+      out.push_back(
+          line.substr(start, tail == std::string::npos ? std::string::npos : tail - start));
+    }
+    return out;
+  }
+  static std::string& text() {
+    static std::string captured;
+    return captured;
+  }
+
+ private:
+  static void append(const char* msg, int len) { text().append(msg, static_cast<size_t>(len)); }
+
+  velmar::utility::Logger::LogLevel level_;
+  velmar::utility::Logger::OutputFunc output_;
+};
+
+}  // namespace booktest

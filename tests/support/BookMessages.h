@@ -1,0 +1,140 @@
+// Builders of Shenzhen feed messages for the book tests and benchmarks. They
+// write every field at its byte offset, spelled out here as literals, so that
+// a wrong offset in the library's own layout table shows up as a failing test
+// rather than being shared by both sides. Bodies start at the datagram's byte
+// 4; datagram() puts the message type in front.
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "VelmarMdStruct.h"
+
+namespace booktest {
+
+using Bytes = std::vector<char>;
+
+inline void put8(Bytes& b, size_t at, uint8_t v) {
+  b.at(at) = static_cast<char>(v);
+}
+inline void put16(Bytes& b, size_t at, uint16_t v) {
+  for (size_t i = 0; i < 2; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
+}
+inline void put32(Bytes& b, size_t at, uint32_t v) {
+  for (size_t i = 0; i < 4; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
+}
+inline void put64(Bytes& b, size_t at, uint64_t v) {
+  for (size_t i = 0; i < 8; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
+}
+inline void putI64(Bytes& b, size_t at, int64_t v) {
+  put64(b, at, static_cast<uint64_t>(v));
+}
+/// Up to 8 bytes of text, NUL-padded (an 8-character id has no NUL).
+inline void putId(Bytes& b, size_t at, const std::string& id) {
+  for (size_t i = 0; i < 8; ++i) b.at(at + i) = i < id.size() ? id[i] : '\0';
+}
+
+constexpr uint32_t kSnapshotType = 300111;
+constexpr uint32_t kTradeType = 300191;
+constexpr uint32_t kOrderType = 300192;
+
+/// SzseOrderMsg body, 51 bytes.
+inline Bytes orderBody(const std::string& id, int64_t applSeqNum, char side, uint64_t price,
+                       uint64_t orderQty, int64_t orderTime, uint16_t channel = 2011,
+                       char ordType = '2') {
+  Bytes b(51, '\0');
+  put16(b, 0, channel);
+  putI64(b, 2, applSeqNum);
+  std::memcpy(&b[10], "011", 3);  // MDStreamID
+  putId(b, 13, id);
+  std::memcpy(&b[21], "102", 3);  // SecurityIDSource
+  put64(b, 25, price);
+  put64(b, 33, orderQty);
+  b[41] = side;
+  putI64(b, 42, orderTime);
+  b[50] = ordType;
+  return b;
+}
+
+/// SzseTradeMsg body, 66 bytes.
+inline Bytes tradeBody(const std::string& id, char execType, int64_t bidApplSeqNum,
+                       int64_t offerApplSeqNum, uint64_t lastPx, uint64_t lastQty,
+                       int64_t transactTime, int64_t applSeqNum = 1, uint16_t channel = 2011) {
+  Bytes b(66, '\0');
+  put16(b, 0, channel);
+  putI64(b, 2, applSeqNum);
+  std::memcpy(&b[10], "011", 3);
+  putI64(b, 13, bidApplSeqNum);
+  putI64(b, 21, offerApplSeqNum);
+  putId(b, 29, id);
+  std::memcpy(&b[37], "102", 3);
+  put64(b, 41, lastPx);
+  put64(b, 49, lastQty);
+  b[57] = execType;
+  putI64(b, 58, transactTime);
+  return b;
+}
+
+/// The fields of a SzseSnapshotMsg that the books read, in raw feed units
+/// (prices x 1000000, quantities and volume x 100, value x 10000).
+struct Snapshot {
+  std::string id = "000001";
+  int64_t origTime = 0;
+  int64_t numTrades = 0;
+  uint64_t totalVolumeTrade = 0;
+  uint64_t totalValueTrade = 0;
+  uint32_t lastPx = 0;
+  uint32_t bidPx[10] = {};
+  uint64_t bidQty[10] = {};
+  uint32_t offerPx[10] = {};
+  uint64_t offerQty[10] = {};
+  uint8_t bidQueue = 0;  ///< entries of the best-bid queue, written behind byte 380
+  uint8_t offerQueue = 0;
+};
+
+/// SzseSnapshotMsg body: 380 bytes plus 4 per queue entry.
+inline Bytes snapshotBody(const Snapshot& s) {
+  Bytes b(380 + 4 * (size_t{s.bidQueue} + s.offerQueue), '\0');
+  putI64(b, 0, s.origTime);
+  put16(b, 8, 2011);
+  std::memcpy(&b[10], "010", 3);
+  putId(b, 13, s.id);
+  std::memcpy(&b[21], "102", 3);
+  std::memcpy(&b[25], "T0      ", 8);
+  put32(b, 33, 9990000);  // PrevClosePx, not read by the books
+  putI64(b, 37, s.numTrades);
+  put64(b, 45, s.totalVolumeTrade);
+  put64(b, 53, s.totalValueTrade);
+  put32(b, 61, s.lastPx);
+  for (size_t i = 0; i < 10; ++i) {
+    put32(b, 121 + 4 * i, s.bidPx[i]);
+    put64(b, 161 + 8 * i, s.bidQty[i]);
+    put32(b, 241 + 4 * i, s.offerPx[i]);
+    put64(b, 281 + 8 * i, s.offerQty[i]);
+  }
+  put8(b, 369, s.bidQueue);
+  put8(b, 370, s.offerQueue);
+  for (size_t i = 0; i < size_t{s.bidQueue} + s.offerQueue; ++i) put32(b, 380 + 4 * i, 100);
+  return b;
+}
+
+/// A datagram in a receive buffer of 5000 bytes: the type, then the body.
+inline Bytes datagram(uint32_t type, const Bytes& body) {
+  Bytes d(5000, '\0');
+  put32(d, 0, type);
+  std::memcpy(&d[4], body.data(), body.size());
+  return d;
+}
+
+/// A 16-byte NUL-padded instrument id, as the front's answers carry it.
+struct Id16 {
+  char bytes[16];
+  explicit Id16(const std::string& id) {
+    std::memset(bytes, 0, sizeof bytes);
+    std::memcpy(bytes, id.data(), id.size() < 16 ? id.size() : 16);
+  }
+};
+
+}  // namespace booktest
