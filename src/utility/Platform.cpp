@@ -65,6 +65,40 @@ int getSocketOption(int fd, int level, int option, void* value, int* length) {
                       static_cast<char*>(value), length);
 }
 
+namespace {
+SOCKET toSocket(int fd) { return static_cast<SOCKET>(static_cast<intptr_t>(fd)); }
+}  // namespace
+
+int bindSocket(int fd, const struct sockaddr_in& addr) {
+  return ::bind(toSocket(fd), reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 ? 0 : -1;
+}
+
+int listenSocket(int fd, int backlog) { return ::listen(toSocket(fd), backlog) == 0 ? 0 : -1; }
+
+int connectSocket(int fd, const struct sockaddr_in& addr) {
+  return ::connect(toSocket(fd), reinterpret_cast<const sockaddr*>(&addr), sizeof addr) == 0 ? 0
+                                                                                             : -1;
+}
+
+int acceptSocket(int fd, struct sockaddr_in* peer) {
+  sockaddr_in addr;
+  int len = sizeof addr;
+  SOCKET s = ::accept(toSocket(fd), reinterpret_cast<sockaddr*>(&addr), &len);
+  if (s == INVALID_SOCKET) return -1;
+  if (peer) *peer = addr;
+  return static_cast<int>(s);
+}
+
+int localAddress(int fd, struct sockaddr_in* addr) {
+  int len = sizeof *addr;
+  return ::getsockname(toSocket(fd), reinterpret_cast<sockaddr*>(addr), &len) == 0 ? 0 : -1;
+}
+
+int peerAddress(int fd, struct sockaddr_in* addr) {
+  int len = sizeof *addr;
+  return ::getpeername(toSocket(fd), reinterpret_cast<sockaddr*>(addr), &len) == 0 ? 0 : -1;
+}
+
 int recvSocket(int fd, void* buf, size_t len) {
   return ::recv(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<char*>(buf),
                 static_cast<int>(len), 0);
@@ -130,6 +164,34 @@ int getSocketOption(int fd, int level, int option, void* value, int* length) {
   int r = ::getsockopt(fd, level, option, value, &len);
   *length = static_cast<int>(len);
   return r;
+}
+
+int bindSocket(int fd, const struct sockaddr_in& addr) {
+  return ::bind(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+}
+
+int listenSocket(int fd, int backlog) { return ::listen(fd, backlog); }
+
+int connectSocket(int fd, const struct sockaddr_in& addr) {
+  return ::connect(fd, reinterpret_cast<const sockaddr*>(&addr), sizeof addr);
+}
+
+int acceptSocket(int fd, struct sockaddr_in* peer) {
+  sockaddr_in addr;
+  socklen_t len = sizeof addr;
+  int s = ::accept4(fd, reinterpret_cast<sockaddr*>(&addr), &len, SOCK_CLOEXEC);
+  if (s >= 0 && peer) *peer = addr;
+  return s;
+}
+
+int localAddress(int fd, struct sockaddr_in* addr) {
+  socklen_t len = sizeof *addr;
+  return ::getsockname(fd, reinterpret_cast<sockaddr*>(addr), &len);
+}
+
+int peerAddress(int fd, struct sockaddr_in* addr) {
+  socklen_t len = sizeof *addr;
+  return ::getpeername(fd, reinterpret_cast<sockaddr*>(addr), &len);
 }
 
 int recvSocket(int fd, void* buf, size_t len) {

@@ -91,6 +91,16 @@ int sendSocket(int fd, const void* buf, size_t len);
 /// Writes `text`, ": " and the text of the calling thread's last error to the
 /// standard error, as perror does (the last socket error on Windows).
 void printLastError(const char* text);
+/// The BSD socket calls on int32 handles. Results as there: 0 (or the new
+/// socket, or the byte count) on success, -1 on failure with the error in
+/// lastSocketError().
+int bindSocket(int fd, const struct sockaddr_in& addr);
+int listenSocket(int fd, int backlog);
+int connectSocket(int fd, const struct sockaddr_in& addr);
+/// The accepted socket or -1; the peer's address goes to *peer if given.
+int acceptSocket(int fd, struct sockaddr_in* peer);
+int localAddress(int fd, struct sockaddr_in* addr);
+int peerAddress(int fd, struct sockaddr_in* addr);
 
 /// Identity of the calling thread as the system numbers it.
 uint64_t currentThreadId();
