@@ -76,6 +76,10 @@ class Client {
     addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     addr.sin_port = htons(port);
     connected_ = fd_ >= 0 && platform::connectSocket(fd_, addr) == 0;
+    // Requests written back to back leave at once, not after the peer's
+    // delayed acknowledgement.
+    int on = 1;
+    if (connected_) platform::setSocketOption(fd_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
   }
   ~Client() { close(); }
   Client(const Client&) = delete;
