@@ -83,6 +83,13 @@ int pollSockets(PollFd* fds, size_t count, int timeoutMs);
 int setNonBlocking(int fd);
 int setSocketOption(int fd, int level, int option, const void* value, int length);
 int getSocketOption(int fd, int level, int option, void* value, int* length);
+int bindSocket(int fd, const struct sockaddr* address, int length);
+/// The socket's own address (getsockname); 0 or -1.
+int localAddress(int fd, struct sockaddr* address, int* length);
+/// One datagram to `to`; the number of bytes sent, or -1 (see lastSocketError).
+int sendTo(int fd, const void* data, size_t length, const struct sockaddr* to, int toLength);
+/// One datagram into `buffer`; its length, or -1. `from` may be null.
+int receiveFrom(int fd, void* buffer, size_t length, struct sockaddr* from, int* fromLength);
 
 /// Identity of the calling thread as the system numbers it.
 uint64_t currentThreadId();
