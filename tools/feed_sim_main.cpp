@@ -13,6 +13,7 @@
 
 #include "sim/MarketEngine.h"
 #include "sim/MulticastSender.h"
+#include "sim/RealCsv.h"
 #include "sim/Replay.h"
 
 using velmar::sim::Datagram;
@@ -40,8 +41,13 @@ const char kUsage[] =
     "  --snapshot-ms N      simulated milliseconds between snapshot rounds (default 3000)\n"
     "  --record FILE        also write every datagram sent to FILE (replay format)\n"
     "  --replay FILE        send a recorded session instead of the synthetic market\n"
-    "  --speed X            replay pace: 1 as recorded (default), 2 twice as fast,\n"
-    "                       0 as fast as possible\n"
+    "  --from-csv PREFIX    send a real day from a vendor CSV export instead:\n"
+    "                       PREFIX-orders.csv, PREFIX-trades.csv, PREFIX-snapshots.csv\n"
+    "  --channel N          channel number for --from-csv (default 2021)\n"
+    "  --speed X            pace of --replay and --from-csv: 1 as recorded (default),\n"
+    "                       2 twice as fast, 0 as fast as possible\n"
+    "  --no-send            open no socket; with --record this converts or records\n"
+    "                       as fast as possible\n"
     "  --quiet              no progress lines\n"
     "  --help               this text\n"
     "\n"
@@ -66,6 +72,9 @@ struct Options {
   int64_t snapshotMs = 3000;
   std::string recordPath;
   std::string replayPath;
+  std::string csvPrefix;
+  uint64_t channel = 2021;
+  bool noSend = false;
   double speed = 1;
   bool quiet = false;
 };
@@ -97,8 +106,8 @@ int parseOptions(int argc, char** argv, Options* o, bool* exitNow) {
       *exitNow = true;
       return 0;
     }
-    if (arg == "--quiet") {
-      o->quiet = true;
+    if (arg == "--quiet" || arg == "--no-send") {
+      (arg == "--quiet" ? o->quiet : o->noSend) = true;
       continue;
     }
     if (i + 1 >= argc) {
@@ -128,6 +137,10 @@ int parseOptions(int argc, char** argv, Options* o, bool* exitNow) {
       o->recordPath = value;
     } else if (arg == "--replay") {
       o->replayPath = value;
+    } else if (arg == "--from-csv") {
+      o->csvPrefix = value;
+    } else if (arg == "--channel") {
+      good = parseInteger(value, &o->channel) && o->channel <= 0xFFFFFFFFu;
     } else if (arg == "--speed") {
       good = parseNumber(value, &o->speed);
     } else {
@@ -138,6 +151,10 @@ int parseOptions(int argc, char** argv, Options* o, bool* exitNow) {
       std::fprintf(stderr, "vlmd-feed-sim: bad value '%s' for %s\n", value, arg.c_str());
       return 1;
     }
+  }
+  if (!o->replayPath.empty() && !o->csvPrefix.empty()) {
+    std::fprintf(stderr, "vlmd-feed-sim: --replay and --from-csv exclude each other\n");
+    return 1;
   }
   // Refuse unsafe addresses here already, before anything is opened.
   std::string why = velmar::sim::checkGroup(o->group);
@@ -193,6 +210,32 @@ class MarketSource : public Source {
   int64_t sent_ = 0;
 };
 
+// A converted real day, paced by its own times like a recording.
+class CsvSource : public Source {
+ public:
+  explicit CsvSource(const Options& o) : speed_(o.speed) {
+    std::string error;
+    if (!velmar::sim::convertRealCsv(o.csvPrefix, static_cast<uint32_t>(o.channel), &session_,
+                                     &error)) {
+      throw std::runtime_error(error);
+    }
+  }
+
+  bool next(Datagram* d, int64_t* dueUs) override {
+    if (at_ == session_.datagrams.size()) return false;
+    *d = std::move(session_.datagrams[at_++]);
+    *dueUs = speed_ > 0 ? static_cast<int64_t>(static_cast<double>(d->timeUs) / speed_) : -1;
+    return true;
+  }
+
+  const velmar::sim::CsvSession& session() const { return session_; }
+
+ private:
+  velmar::sim::CsvSession session_;
+  size_t at_ = 0;
+  double speed_;
+};
+
 class ReplaySource : public Source {
  public:
   ReplaySource(const std::string& path, double speed) : reader_(path), speed_(speed) {}
@@ -219,16 +262,26 @@ int main(int argc, char** argv) {
 
   MulticastSender sender;
   std::string error;
-  if (!sender.open(o.group, o.port, o.interfaceAddress, &error)) {
+  if (!o.noSend && !sender.open(o.group, o.port, o.interfaceAddress, &error)) {
     std::fprintf(stderr, "vlmd-feed-sim: %s\n", error.c_str());
     return 1;
   }
   std::unique_ptr<Source> source;
+  std::string what = "the synthetic market";
   try {
-    if (o.replayPath.empty()) {
-      source.reset(new MarketSource(o));
-    } else {
+    if (!o.replayPath.empty()) {
       source.reset(new ReplaySource(o.replayPath, o.speed));
+      what = o.replayPath;
+    } else if (!o.csvPrefix.empty()) {
+      auto* csv = new CsvSource(o);
+      source.reset(csv);
+      const velmar::sim::CsvSession& s = csv->session();
+      what = s.securityId + (s.shenzhen ? ".SZ" : ".SH") + " from " + o.csvPrefix + " (" +
+             std::to_string(s.orders) + " orders, " + std::to_string(s.executions) +
+             " executions, " + std::to_string(s.cancellations) + " cancellations, " +
+             std::to_string(s.snapshots) + " snapshots)";
+    } else {
+      source.reset(new MarketSource(o));
     }
   } catch (const std::exception& e) {
     std::fprintf(stderr, "vlmd-feed-sim: %s\n", e.what());
@@ -241,16 +294,19 @@ int main(int argc, char** argv) {
       std::fprintf(stderr, "vlmd-feed-sim: cannot write %s\n", o.recordPath.c_str());
       return 1;
     }
-    recorder->comment(o.replayPath.empty() ? "synthetic market, seed " + std::to_string(o.seed)
-                                           : "replay of " + o.replayPath);
+    bool synthetic = o.replayPath.empty() && o.csvPrefix.empty();
+    recorder->comment(synthetic ? what + ", seed " + std::to_string(o.seed) : what);
   }
 
   std::signal(SIGINT, onSignal);
   std::signal(SIGTERM, onSignal);
   if (!o.quiet) {
-    std::printf("vlmd-feed-sim: sending %s to %s:%u on %s (TTL 0)\n",
-                o.replayPath.empty() ? "the synthetic market" : o.replayPath.c_str(),
-                o.group.c_str(), static_cast<unsigned>(o.port), o.interfaceAddress.c_str());
+    if (o.noSend) {
+      std::printf("vlmd-feed-sim: %s, not sent\n", what.c_str());
+    } else {
+      std::printf("vlmd-feed-sim: sending %s to %s:%u on %s (TTL 0)\n", what.c_str(),
+                  o.group.c_str(), static_cast<unsigned>(o.port), o.interfaceAddress.c_str());
+    }
     std::fflush(stdout);
   }
 
@@ -276,17 +332,21 @@ int main(int argc, char** argv) {
     }
     if (durationUs > 0 && dueUs > durationUs) break;
     // Sleep in slices so that an interrupt ends the wait soon.
-    for (int64_t now = elapsedUs(); dueUs > now + 500 && !g_stop; now = elapsedUs()) {
+    for (int64_t now = elapsedUs(); !o.noSend && dueUs > now + 500 && !g_stop; now = elapsedUs()) {
       std::this_thread::sleep_for(
           std::chrono::microseconds(std::min<int64_t>(dueUs - now, 100000)));
     }
     if (g_stop) break;
-    if (durationUs > 0 && elapsedUs() > durationUs) break;
-    if (sender.send(d.bytes.data(), d.bytes.size())) {
+    if (durationUs > 0 && !o.noSend && elapsedUs() > durationUs) break;
+    if (o.noSend || sender.send(d.bytes.data(), d.bytes.size())) {
       ++sent;
       ++sentByType[velmar::sim::messageType(d.bytes)];
-      if (recorder)
-        recorder->write(dueUs < 0 ? elapsedUs() : dueUs, d.bytes.data(), d.bytes.size());
+      if (recorder) {
+        // A datagram is recorded at the time it was due; without pacing, at
+        // the time it went out, or at its own time when nothing is sent.
+        int64_t at = dueUs >= 0 ? dueUs : o.noSend ? d.timeUs : elapsedUs();
+        recorder->write(at, d.bytes.data(), d.bytes.size());
+      }
     } else if (++failures <= 5) {
       std::fprintf(stderr, "vlmd-feed-sim: send failed (error %d)\n", sender.lastError());
     }
