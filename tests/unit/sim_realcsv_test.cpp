@@ -2,6 +2,7 @@
 // (read from beside the repository, skipped when absent) and malformed input.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <fstream>
 #include <map>
 
@@ -72,31 +73,40 @@ TEST(SimRealCsv, ShenzhenDayKeepsItsOrdersTradesAndVolume) {
 }
 
 TEST(SimRealCsv, ReportsTheBadLine) {
-  const char* header = "code,id,date,time,\n";
-  std::ofstream("csv_test-snapshots.csv") << header << "600000.SH,600000,20230103,93000000,0\n";
-  // Too few columns in the snapshots.
+  // Each case writes both files that a Shanghai day needs, so that nothing
+  // depends on what an earlier run left in the folder.
+  const std::string header = "code,id,date,time,\n";
+  std::string zeros;
+  for (int i = 0; i < 57; ++i) zeros += "0,";
+  const std::string goodSnapshot = "600000.SH,600000,20230103,93000000," + zeros + "\n";
+  const std::string goodTrade = "600000.SH,600000,20230103,92900000,1, , ,B,72000,100,5,6,\n";
+  auto write = [&](const std::string& trades, const std::string& snapshots) {
+    std::ofstream("csv_test-trades.csv", std::ios::trunc) << header << trades;
+    std::ofstream("csv_test-snapshots.csv", std::ios::trunc) << header << snapshots;
+  };
   CsvSession s;
   std::string error;
+
+  // Too few columns in a snapshot.
+  write(goodTrade, "600000.SH,600000,20230103,93000000,0\n");
   EXPECT_FALSE(convertRealCsv("csv_test", 1, &s, &error));
   EXPECT_NE(error.find("csv_test-snapshots.csv:2: 5 fields, 61 expected"), std::string::npos)
       << error;
 
   // A letter in a number column of a trade.
-  std::string zeros;
-  for (int i = 0; i < 57; ++i) zeros += "0,";
-  std::ofstream("csv_test-snapshots.csv")
-      << header << "600000.SH,600000,20230103,93000000," << zeros << "\n";
-  std::ofstream("csv_test-trades.csv")
-      << header << "600000.SH,600000,20230103,93000100,1, , ,B,72000,100,5,6,\n"
-      << "600000.SH,600000,20230103,93000200,2, , ,B,72x00,100,5,6,\n";
+  write(goodTrade + "600000.SH,600000,20230103,93000200,2, , ,B,72x00,100,5,6,\n", goodSnapshot);
   EXPECT_FALSE(convertRealCsv("csv_test", 1, &s, &error));
   EXPECT_NE(error.find("csv_test-trades.csv:3: column 9 '72x00' is not a number"),
             std::string::npos)
       << error;
 
+  // A missing file.
+  std::remove("csv_test-trades.csv");
+  EXPECT_FALSE(convertRealCsv("csv_test", 1, &s, &error));
+  EXPECT_EQ(error, "cannot open csv_test-trades.csv");
+
   // Fixed, it converts: one trade, one snapshot behind it by time.
-  std::ofstream("csv_test-trades.csv")
-      << header << "600000.SH,600000,20230103,92900000,1, , ,B,72000,100,5,6,\n";
+  write(goodTrade, goodSnapshot);
   ASSERT_TRUE(convertRealCsv("csv_test", 1, &s, &error)) << error;
   ASSERT_EQ(s.datagrams.size(), 2u);
   SseTradeMsg t;
