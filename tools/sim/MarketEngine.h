@@ -164,16 +164,19 @@ class MarketEngine {
 
   /// Moves the simulation on by one event, an order (with the executions
   /// it causes) or a cancellation, or by one round of snapshots when their
-  /// time comes first, and returns the datagrams to publish, in order. A step
-  /// returns at least one datagram, except for a Shanghai order that rests
-  /// without trading (Shanghai orders have no message).
+  /// time comes first, and returns the datagrams to publish, in order. A
+  /// Shanghai order that rests without trading and a Shanghai cancellation
+  /// have no message, so such a step returns none: an empty result doesn't
+  /// mean the end. Not thread-safe, like the rest of the engine.
   std::vector<Datagram> step();
 
-  /// The engine's book of a stock as it stands now. The reference stays
-  /// valid and unchanged until the next call of step() or book(). Throws
+  /// The engine's book of a stock as it stands now, built on each call. The
+  /// reference stays valid and unchanged until the next call of book() for
+  /// the same stock. Throws
   /// std::out_of_range for an id that isn't a stock of that exchange.
   const TrueBook& book(Exchange exchange, const std::string& id) const;
-  /// The last published value of an index. Throws std::out_of_range.
+  /// An index: its values as last published, its volume, value and trades
+  /// as they stand now. Throws std::out_of_range.
   IndexValue index(Exchange exchange, const std::string& id) const;
 
   const std::vector<InstrumentSpec>& instruments() const { return config_.instruments; }
