@@ -36,9 +36,9 @@ class FeedChecker {
   // never show on the wire), then compare the books after it.
   void step() {
     std::map<std::string, TrueBook> before;
-    for (const auto& spec : engine_.instruments()) {
-      if (spec.kind == InstrumentKind::kStock && spec.exchange == Exchange::kShanghai) {
-        before[spec.id] = engine_.book(spec.exchange, spec.id);
+    for (const auto& inst : engine_.instruments()) {
+      if (inst.kind == InstrumentKind::kStock && inst.exchange == Exchange::kShanghai) {
+        before[inst.id] = engine_.book(inst.exchange, inst.id);
       }
     }
     std::vector<Datagram> out = engine_.step();
@@ -325,9 +325,9 @@ class FeedChecker {
   // Every book is sorted, uncrossed and consistent; the Shenzhen ones equal
   // what the wire built.
   void compareBooks() {
-    for (const auto& spec : engine_.instruments()) {
-      if (spec.kind != InstrumentKind::kStock) continue;
-      const TrueBook& book = engine_.book(spec.exchange, spec.id);
+    for (const auto& inst : engine_.instruments()) {
+      if (inst.kind != InstrumentKind::kStock) continue;
+      const TrueBook& book = engine_.book(inst.exchange, inst.id);
       for (const auto* side : {&book.bids, &book.asks}) {
         for (size_t i = 0; i < kBookLevels; ++i) {
           const BookLevel& l = (*side)[i];
@@ -353,27 +353,27 @@ class FeedChecker {
         ASSERT_GT(book.asks[i].price, book.asks[i - 1].price);
       }
       if (book.bids[0].price != 0 && book.asks[0].price != 0) {
-        ASSERT_LT(book.bids[0].price, book.asks[0].price) << spec.id << " crossed at rest";
+        ASSERT_LT(book.bids[0].price, book.asks[0].price) << inst.id << " crossed at rest";
       }
-      if (spec.exchange == Exchange::kShenzhen) {
-        ASSERT_NO_FATAL_FAILURE(compareWithWire(spec, book));
+      if (inst.exchange == Exchange::kShenzhen) {
+        ASSERT_NO_FATAL_FAILURE(compareWithWire(inst, book));
       }
-      const Totals& t = totals_[{spec.exchange, spec.id}];
+      const Totals& t = totals_[{inst.exchange, inst.id}];
       ASSERT_EQ(book.volume, t.volume);
       ASSERT_EQ(book.numTrades, t.trades);
       ASSERT_EQ(book.lastPrice, t.last);
     }
   }
 
-  void compareWithWire(const InstrumentSpec& spec, const TrueBook& book) {
-    const WireBook& wire = books_[spec.id];
-    ASSERT_EQ(book.bidLevels, wire.bids.size()) << spec.id;
-    ASSERT_EQ(book.askLevels, wire.asks.size()) << spec.id;
+  void compareWithWire(const InstrumentConfig& inst, const TrueBook& book) {
+    const WireBook& wire = books_[inst.id];
+    ASSERT_EQ(book.bidLevels, wire.bids.size()) << inst.id;
+    ASSERT_EQ(book.askLevels, wire.asks.size()) << inst.id;
     auto same = [&](const auto& levels, const std::array<BookLevel, kBookLevels>& top) {
       size_t i = 0;
       for (auto it = levels.begin(); it != levels.end() && i < kBookLevels; ++it, ++i) {
-        ASSERT_EQ(top[i].price, it->first) << spec.id << " level " << i;
-        ASSERT_EQ(top[i].orders.size(), it->second.size()) << spec.id << " level " << i;
+        ASSERT_EQ(top[i].price, it->first) << inst.id << " level " << i;
+        ASSERT_EQ(top[i].orders.size(), it->second.size()) << inst.id << " level " << i;
         size_t k = 0;
         for (const auto& [seq, qty] : it->second) {
           ASSERT_EQ(top[i].orders[k].id, seq);
@@ -421,16 +421,16 @@ TEST(SimEngine, WireAndBooksAgreeOverALiveSession) {
                         kSzseTradeType, kSzseOrderType, kSzseIndexType, kSzseVolumeStatType}) {
     EXPECT_GT(checker.count(type), 0) << type;
   }
-  for (const auto& spec : engine.instruments()) {
-    if (spec.kind != InstrumentKind::kStock) continue;
-    const Totals& t = checker.totals(spec.exchange, spec.id);
-    EXPECT_GT(t.trades, 20) << spec.id;
-    if (spec.exchange == Exchange::kShenzhen) {
-      EXPECT_GT(t.cancels, 20) << spec.id;
+  for (const auto& inst : engine.instruments()) {
+    if (inst.kind != InstrumentKind::kStock) continue;
+    const Totals& t = checker.totals(inst.exchange, inst.id);
+    EXPECT_GT(t.trades, 20) << inst.id;
+    if (inst.exchange == Exchange::kShenzhen) {
+      EXPECT_GT(t.cancels, 20) << inst.id;
     }
-    const TrueBook& book = engine.book(spec.exchange, spec.id);
-    EXPECT_GE(book.bidLevels, 5u) << spec.id;
-    EXPECT_GE(book.askLevels, 5u) << spec.id;
+    const TrueBook& book = engine.book(inst.exchange, inst.id);
+    EXPECT_GE(book.bidLevels, 5u) << inst.id;
+    EXPECT_GE(book.askLevels, 5u) << inst.id;
   }
   // Simulated time moved on by about the mean interval per event.
   EXPECT_GT(engine.nowUs(), 3500 * config.meanEventIntervalUs / 2);
@@ -509,7 +509,7 @@ TEST(SimEngine, StampFormats) {
 }
 
 TEST(SimEngine, RefusesUnusableConfigurations) {
-  auto build = [](std::vector<InstrumentSpec> instruments) {
+  auto build = [](std::vector<InstrumentConfig> instruments) {
     MarketConfig c;
     c.instruments = std::move(instruments);
     MarketEngine e(c);

@@ -235,7 +235,7 @@ inline uint32_t messageType(const Bytes& b) {
 }
 
 /// The reverse of encode, for tools that show or check a feed. Each returns
-/// false, leaving `out` unspecified, if the type differs or the datagram is
+/// false, leaving `out` partly filled, if the type differs or the datagram is
 /// shorter than its layout. Text is read up to its first NUL.
 bool decode(const uint8_t* data, size_t length, SseTradeMsg* out);
 bool decode(const uint8_t* data, size_t length, SseSnapshotMsg* out);

@@ -67,7 +67,7 @@ uint32_t shanghaiStamp(int64_t ms) {
   return static_cast<uint32_t>(timeOfDay(ms));
 }
 
-std::vector<InstrumentSpec> defaultInstruments() {
+std::vector<InstrumentConfig> defaultInstruments() {
   using E = Exchange;
   using K = InstrumentKind;
   return {
@@ -101,7 +101,7 @@ struct MarketEngine::Stock {
     size_t livePos;
   };
 
-  InstrumentSpec spec;
+  InstrumentConfig inst;
   std::map<int64_t, Level, std::greater<int64_t>> bids;  // best (highest) first
   std::map<int64_t, Level> asks;                         // best (lowest) first
   std::unordered_map<int64_t, Place> byId;
@@ -122,13 +122,13 @@ struct MarketEngine::Stock {
 
   TrueBook view;
 
-  bool shenzhen() const { return spec.exchange == Exchange::kShenzhen; }
+  bool shenzhen() const { return inst.exchange == Exchange::kShenzhen; }
   int64_t bestBid() const { return bids.empty() ? 0 : bids.begin()->first; }
   int64_t bestAsk() const { return asks.empty() ? 0 : asks.begin()->first; }
 };
 
 struct MarketEngine::Index {
-  InstrumentSpec spec;
+  InstrumentConfig inst;
   std::vector<const Stock*> members;
   int64_t last = 0, open = 0, high = 0, low = 0;
   int64_t lastStampMs = -1;
@@ -138,49 +138,49 @@ MarketEngine::MarketEngine(MarketConfig config)
     : config_(std::move(config)), rngState_(config_.seed) {
   std::set<std::pair<Exchange, std::string>> ids;
   std::map<uint32_t, Exchange> channelOwner;
-  for (const InstrumentSpec& spec : config_.instruments) {
-    if (spec.id.empty() || spec.id.size() > 7) {
-      throw std::invalid_argument("instrument id '" + spec.id + "' must have 1 to 7 characters");
+  for (const InstrumentConfig& inst : config_.instruments) {
+    if (inst.id.empty() || inst.id.size() > 7) {
+      throw std::invalid_argument("instrument id '" + inst.id + "' must have 1 to 7 characters");
     }
-    if (!ids.insert({spec.exchange, spec.id}).second) {
-      throw std::invalid_argument("instrument " + spec.id + " given twice");
+    if (!ids.insert({inst.exchange, inst.id}).second) {
+      throw std::invalid_argument("instrument " + inst.id + " given twice");
     }
-    if (spec.preClose <= 0) {
-      throw std::invalid_argument("instrument " + spec.id + " needs a previous close above 0");
+    if (inst.preClose <= 0) {
+      throw std::invalid_argument("instrument " + inst.id + " needs a previous close above 0");
     }
-    if (spec.exchange == Exchange::kShenzhen && spec.channel > 65535) {
+    if (inst.exchange == Exchange::kShenzhen && inst.channel > 65535) {
       throw std::invalid_argument("Shenzhen channel numbers end at 65535");
     }
-    if (spec.kind == InstrumentKind::kStock) {
-      auto owner = channelOwner.emplace(spec.channel, spec.exchange).first;
-      if (owner->second != spec.exchange) {
-        throw std::invalid_argument("channel " + std::to_string(spec.channel) +
+    if (inst.kind == InstrumentKind::kStock) {
+      auto owner = channelOwner.emplace(inst.channel, inst.exchange).first;
+      if (owner->second != inst.exchange) {
+        throw std::invalid_argument("channel " + std::to_string(inst.channel) +
                                     " used on both exchanges");
       }
     }
   }
-  for (const InstrumentSpec& spec : config_.instruments) {
-    if (spec.kind != InstrumentKind::kStock) continue;
+  for (const InstrumentConfig& inst : config_.instruments) {
+    if (inst.kind != InstrumentKind::kStock) continue;
     auto s = std::make_unique<Stock>();
-    s->spec = spec;
-    s->fairMilli = spec.preClose * 1000;
+    s->inst = inst;
+    s->fairMilli = inst.preClose * 1000;
     // Limits round to the tick, half up.
-    s->upper = roundedDiv(spec.preClose * (100 + spec.limitPercent), 100);
-    s->lower = std::max<int64_t>(1, roundedDiv(spec.preClose * (100 - spec.limitPercent), 100));
+    s->upper = roundedDiv(inst.preClose * (100 + inst.limitPercent), 100);
+    s->lower = std::max<int64_t>(1, roundedDiv(inst.preClose * (100 - inst.limitPercent), 100));
     // Dear stocks spread their levels wider and trade in fewer lots.
-    s->levelStep = std::max<int64_t>(1, spec.preClose / 2000);
-    s->meanLots = std::min<int64_t>(30, std::max<int64_t>(1, 200000 / spec.preClose));
-    s->view.exchange = spec.exchange;
-    s->view.id = spec.id;
+    s->levelStep = std::max<int64_t>(1, inst.preClose / 2000);
+    s->meanLots = std::min<int64_t>(30, std::max<int64_t>(1, 200000 / inst.preClose));
+    s->view.exchange = inst.exchange;
+    s->view.id = inst.id;
     stocks_.push_back(std::move(s));
   }
   if (stocks_.empty()) throw std::invalid_argument("the market needs at least one stock");
-  for (const InstrumentSpec& spec : config_.instruments) {
-    if (spec.kind != InstrumentKind::kIndex) continue;
+  for (const InstrumentConfig& inst : config_.instruments) {
+    if (inst.kind != InstrumentKind::kIndex) continue;
     auto x = std::make_unique<Index>();
-    x->spec = spec;
+    x->inst = inst;
     for (const auto& s : stocks_) {
-      if (s->spec.exchange == spec.exchange) x->members.push_back(s.get());
+      if (s->inst.exchange == inst.exchange) x->members.push_back(s.get());
     }
     indices_.push_back(std::move(x));
   }
@@ -199,13 +199,13 @@ uint64_t MarketEngine::next() {
 
 MarketEngine::Stock& MarketEngine::stock(Exchange exchange, const std::string& id) const {
   for (const auto& s : stocks_) {
-    if (s->spec.exchange == exchange && s->spec.id == id) return *s;
+    if (s->inst.exchange == exchange && s->inst.id == id) return *s;
   }
   throw std::out_of_range("no stock " + id);
 }
 
 MarketEngine::Channel& MarketEngine::channel(const Stock& s) {
-  return channels_[{s.spec.exchange, s.spec.channel}];
+  return channels_[{s.inst.exchange, s.inst.channel}];
 }
 
 int64_t MarketEngine::takeStamp(int64_t* lastStampMs) {
@@ -257,9 +257,9 @@ void MarketEngine::runEvent(std::vector<Datagram>* out) {
 // A bounded random walk with a slight pull back to the previous close, so
 // that long sessions stay well inside the price limits.
 void MarketEngine::moveFair(Stock& s) {
-  int64_t v = std::max<int64_t>(600, s.spec.preClose / 5);
+  int64_t v = std::max<int64_t>(600, s.inst.preClose / 5);
   s.fairMilli += static_cast<int64_t>(below(static_cast<uint64_t>(2 * v + 1))) - v;
-  s.fairMilli -= (s.fairMilli - s.spec.preClose * 1000) / 2000;
+  s.fairMilli -= (s.fairMilli - s.inst.preClose * 1000) / 2000;
   s.fairMilli = std::min(std::max(s.fairMilli, s.lower * 1000), s.upper * 1000);
 }
 
@@ -300,9 +300,9 @@ void MarketEngine::newOrder(Stock& s, std::vector<Datagram>* out) {
   if (s.shenzhen()) {
     id = ++ch.lastSeq;
     SzseOrderMsg m;
-    m.ChannelNo = static_cast<uint16_t>(s.spec.channel);
+    m.ChannelNo = static_cast<uint16_t>(s.inst.channel);
     m.ApplSeqNum = id;
-    m.SecurityID = s.spec.id;
+    m.SecurityID = s.inst.id;
     m.Price = static_cast<uint64_t>(price) * 100;
     m.OrderQty = static_cast<uint64_t>(qty) * 100;
     m.Side = side;
@@ -337,11 +337,11 @@ void MarketEngine::match(Stock& s, char side, int64_t price, int64_t id, int64_t
     int64_t sellId = buy ? restingId : id;
     if (s.shenzhen()) {
       SzseTradeMsg m;
-      m.ChannelNo = static_cast<uint16_t>(s.spec.channel);
+      m.ChannelNo = static_cast<uint16_t>(s.inst.channel);
       m.ApplSeqNum = ++ch.lastSeq;
       m.BidApplSeqNum = buyId;
       m.OfferApplSeqNum = sellId;
-      m.SecurityID = s.spec.id;
+      m.SecurityID = s.inst.id;
       m.LastPx = static_cast<uint64_t>(levelPrice) * 100;
       m.LastQty = static_cast<uint64_t>(q) * 100;
       m.ExecType = 'F';
@@ -350,8 +350,8 @@ void MarketEngine::match(Stock& s, char side, int64_t price, int64_t id, int64_t
     } else {
       SseTradeMsg m;
       m.TradeIndex = static_cast<int32_t>(++ch.lastSeq);
-      m.TradeChannel = s.spec.channel;
-      m.SecurityID = s.spec.id;
+      m.TradeChannel = s.inst.channel;
+      m.SecurityID = s.inst.id;
       m.TradeTime = shanghaiStamp(tradeMs);
       s.lastStamp = m.TradeTime;
       m.TradePrice = static_cast<uint32_t>(levelPrice * 10);
@@ -421,11 +421,11 @@ void MarketEngine::cancelOrder(Stock& s, std::vector<Datagram>* out) {
   int64_t stampMs = takeStamp(&s.lastStampMs);
   if (s.shenzhen()) {
     SzseTradeMsg m;
-    m.ChannelNo = static_cast<uint16_t>(s.spec.channel);
+    m.ChannelNo = static_cast<uint16_t>(s.inst.channel);
     m.ApplSeqNum = ++channel(s).lastSeq;
     m.BidApplSeqNum = side == kBuy ? id : 0;
     m.OfferApplSeqNum = side == kSell ? id : 0;
-    m.SecurityID = s.spec.id;
+    m.SecurityID = s.inst.id;
     m.LastPx = 0;
     m.LastQty = static_cast<uint64_t>(qty) * 100;
     m.ExecType = '4';
@@ -463,7 +463,7 @@ const TrueBook& MarketEngine::book(Exchange exchange, const std::string& id) con
   fill(s.asks, v.asks);
   v.bidLevels = s.bids.size();
   v.askLevels = s.asks.size();
-  v.preClose = s.spec.preClose;
+  v.preClose = s.inst.preClose;
   v.upperLimit = s.upper;
   v.lowerLimit = s.lower;
   v.lastPrice = s.last;
@@ -479,11 +479,11 @@ const TrueBook& MarketEngine::book(Exchange exchange, const std::string& id) con
 
 IndexValue MarketEngine::index(Exchange exchange, const std::string& id) const {
   for (const auto& x : indices_) {
-    if (x->spec.exchange != exchange || x->spec.id != id) continue;
+    if (x->inst.exchange != exchange || x->inst.id != id) continue;
     IndexValue v;
     v.exchange = exchange;
     v.id = id;
-    v.preClose = x->spec.preClose;
+    v.preClose = x->inst.preClose;
     v.last = x->last;
     v.open = x->open;
     v.high = x->high;
@@ -556,10 +556,10 @@ void MarketEngine::publishStock(Stock& s, std::vector<Datagram>* out) {
     // x10000 is fen x shares x100.
     SzseSnapshotMsg m;
     m.OrigTime = s.lastStamp = shenzhenStamp(config_.tradingDay, stampMs);
-    m.ChannelNo = static_cast<uint16_t>(s.spec.channel);
-    m.SecurityID = s.spec.id;
+    m.ChannelNo = static_cast<uint16_t>(s.inst.channel);
+    m.SecurityID = s.inst.id;
     m.TradingPhaseCode = kShenzhenPhase;
-    m.PrevClosePx = saturate32(s.spec.preClose * 100);
+    m.PrevClosePx = saturate32(s.inst.preClose * 100);
     m.NumTrades = s.numTrades;
     m.TotalVolumeTrade = static_cast<uint64_t>(s.volume) * 100;
     m.TotalValueTrade = static_cast<uint64_t>(s.value) * 100;
@@ -589,9 +589,9 @@ void MarketEngine::publishStock(Stock& s, std::vector<Datagram>* out) {
     SzseVolumeStatMsg v;
     v.OrigTime = s.lastStamp = shenzhenStamp(config_.tradingDay, takeStamp(&s.lastStampMs));
     v.ChannelNo = m.ChannelNo;
-    v.SecurityID = s.spec.id;
+    v.SecurityID = s.inst.id;
     v.TradingPhaseCode = kShenzhenPhase;
-    v.PrevClosePx = static_cast<uint64_t>(s.spec.preClose) * 100;
+    v.PrevClosePx = static_cast<uint64_t>(s.inst.preClose) * 100;
     v.NumTrades = s.numTrades;
     v.TotalVolumeTrade = m.TotalVolumeTrade;
     v.TotalValueTrade = m.TotalValueTrade;
@@ -603,8 +603,8 @@ void MarketEngine::publishStock(Stock& s, std::vector<Datagram>* out) {
   SseSnapshotMsg m;
   m.DataTimeStamp = shanghaiStamp(stampMs);
   s.lastStamp = m.DataTimeStamp;
-  m.SecurityID = s.spec.id;
-  m.PreClosePx = saturate32(s.spec.preClose * 10);
+  m.SecurityID = s.inst.id;
+  m.PreClosePx = saturate32(s.inst.preClose * 10);
   m.OpenPx = saturate32(s.open * 10);
   m.HighPx = saturate32(s.high * 10);
   m.LowPx = saturate32(s.low * 10);
@@ -648,30 +648,30 @@ void MarketEngine::publishIndex(Index& x, std::vector<Datagram>* out) {
   double sum = 0;
   int64_t volume = 0, value = 0, trades = 0;
   for (const Stock* s : x.members) {
-    int64_t ref = s->last != 0 ? s->last : s->spec.preClose;
-    sum += static_cast<double>(ref) / static_cast<double>(s->spec.preClose);
+    int64_t ref = s->last != 0 ? s->last : s->inst.preClose;
+    sum += static_cast<double>(ref) / static_cast<double>(s->inst.preClose);
     volume += s->volume;
     value += s->value;
     trades += s->numTrades;
   }
   double relative = x.members.empty() ? 1.0 : sum / static_cast<double>(x.members.size());
-  x.last = static_cast<int64_t>(static_cast<double>(x.spec.preClose) * relative + 0.5);
+  x.last = static_cast<int64_t>(static_cast<double>(x.inst.preClose) * relative + 0.5);
   if (x.open == 0) x.open = x.high = x.low = x.last;
   x.high = std::max(x.high, x.last);
   x.low = std::min(x.low, x.last);
   int64_t stampMs = takeStamp(&x.lastStampMs);
-  if (x.spec.exchange == Exchange::kShenzhen) {
+  if (x.inst.exchange == Exchange::kShenzhen) {
     // Index values x1000000 are points x10000 x100.
     SzseIndexMsg m;
     m.OrigTime = shenzhenStamp(config_.tradingDay, stampMs);
-    m.ChannelNo = static_cast<uint16_t>(x.spec.channel);
-    m.SecurityID = x.spec.id;
+    m.ChannelNo = static_cast<uint16_t>(x.inst.channel);
+    m.SecurityID = x.inst.id;
     m.TradingPhaseCode = kShenzhenPhase;
     m.NumTrades = trades;
     m.TotalVolumeTrade = static_cast<uint64_t>(volume) * 100;
     m.TotalValueTrade = static_cast<uint64_t>(value) * 100;
     m.LastIndex = static_cast<uint64_t>(x.last) * 100;
-    m.PreCloseIndex = static_cast<uint64_t>(x.spec.preClose) * 100;
+    m.PreCloseIndex = static_cast<uint64_t>(x.inst.preClose) * 100;
     m.OpenIndex = static_cast<uint64_t>(x.open) * 100;
     m.HighIndex = static_cast<uint64_t>(x.high) * 100;
     m.LowIndex = static_cast<uint64_t>(x.low) * 100;
@@ -682,8 +682,8 @@ void MarketEngine::publishIndex(Index& x, std::vector<Datagram>* out) {
   // fen x shares / 10; volume x1000 is shares x1000.
   SseIndexMsg m;
   m.DataTimeStamp = shanghaiStamp(stampMs);
-  m.SecurityID = x.spec.id;
-  m.PreCloseIndex = static_cast<uint64_t>(x.spec.preClose) * 10;
+  m.SecurityID = x.inst.id;
+  m.PreCloseIndex = static_cast<uint64_t>(x.inst.preClose) * 10;
   m.OpenIndex = static_cast<uint64_t>(x.open) * 10;
   m.Turnover = static_cast<uint64_t>(value / 10);
   m.HighIndex = static_cast<uint64_t>(x.high) * 10;

@@ -61,7 +61,7 @@ namespace sim {
 enum class Exchange : uint32_t { kShanghai = 1, kShenzhen = 2 };
 enum class InstrumentKind { kStock, kIndex };
 
-struct InstrumentSpec {
+struct InstrumentConfig {
   Exchange exchange = Exchange::kShenzhen;
   std::string id;  // at most 7 characters
   InstrumentKind kind = InstrumentKind::kStock;
@@ -76,11 +76,11 @@ struct InstrumentSpec {
 /// Shenzhen 000001, 002415 (channel 2011), 300446 (channel 2021, limit 20%),
 /// index 399001; Shanghai 600000 (channel 1), 600519 (channel 2), index
 /// 000001.
-std::vector<InstrumentSpec> defaultInstruments();
+std::vector<InstrumentConfig> defaultInstruments();
 
 struct MarketConfig {
   uint64_t seed = 1;
-  std::vector<InstrumentSpec> instruments = defaultInstruments();
+  std::vector<InstrumentConfig> instruments = defaultInstruments();
   int32_t tradingDay = 20240102;            // YYYYMMDD
   int64_t startMs = 9 * 3600000 + 1800000;  // 09:30:00.000
   /// Mean simulated time between two order or cancellation events.
@@ -179,7 +179,7 @@ class MarketEngine {
   /// as they stand now. Throws std::out_of_range.
   IndexValue index(Exchange exchange, const std::string& id) const;
 
-  const std::vector<InstrumentSpec>& instruments() const { return config_.instruments; }
+  const std::vector<InstrumentConfig>& instruments() const { return config_.instruments; }
   const MarketConfig& config() const { return config_; }
   /// Simulated microseconds since the start of the session.
   int64_t nowUs() const { return nowUs_; }
