@@ -109,6 +109,22 @@ int recvSocket(int fd, void* buf, size_t len) {
 int sendSocket(int fd, const void* buf, size_t len) {
   return ::send(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<const char*>(buf),
                 static_cast<int>(len), 0);
+int bindSocket(int fd, const struct sockaddr* address, int length) {
+  return ::bind(static_cast<SOCKET>(static_cast<intptr_t>(fd)), address, length);
+}
+
+int localAddress(int fd, struct sockaddr* address, int* length) {
+  return ::getsockname(static_cast<SOCKET>(static_cast<intptr_t>(fd)), address, length);
+}
+
+int sendTo(int fd, const void* data, size_t length, const struct sockaddr* to, int toLength) {
+  return ::sendto(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<const char*>(data),
+                  static_cast<int>(length), 0, to, toLength);
+}
+
+int receiveFrom(int fd, void* buffer, size_t length, struct sockaddr* from, int* fromLength) {
+  return ::recvfrom(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<char*>(buffer),
+                    static_cast<int>(length), 0, from, fromLength);
 }
 
 uint64_t currentThreadId() { return ::GetCurrentThreadId(); }
@@ -205,6 +221,26 @@ int recvSocket(int fd, void* buf, size_t len) {
 int sendSocket(int fd, const void* buf, size_t len) {
   // No SIGPIPE for a peer that has gone: the error comes back as EPIPE.
   return static_cast<int>(::send(fd, buf, len, MSG_NOSIGNAL));
+int bindSocket(int fd, const struct sockaddr* address, int length) {
+  return ::bind(fd, address, static_cast<socklen_t>(length));
+}
+
+int localAddress(int fd, struct sockaddr* address, int* length) {
+  socklen_t len = static_cast<socklen_t>(*length);
+  int r = ::getsockname(fd, address, &len);
+  *length = static_cast<int>(len);
+  return r;
+}
+
+int sendTo(int fd, const void* data, size_t length, const struct sockaddr* to, int toLength) {
+  return static_cast<int>(::sendto(fd, data, length, 0, to, static_cast<socklen_t>(toLength)));
+}
+
+int receiveFrom(int fd, void* buffer, size_t length, struct sockaddr* from, int* fromLength) {
+  socklen_t len = fromLength ? static_cast<socklen_t>(*fromLength) : 0;
+  int n = static_cast<int>(::recvfrom(fd, buffer, length, 0, from, from ? &len : nullptr));
+  if (fromLength) *fromLength = static_cast<int>(len);
+  return n;
 }
 
 uint64_t currentThreadId() { return static_cast<uint64_t>(::syscall(SYS_gettid)); }

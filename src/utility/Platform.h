@@ -145,6 +145,13 @@ int localAddress(int fd, struct sockaddr_in* addr);
 int peerAddress(int fd, struct sockaddr_in* addr);
 /// shutdown(how): kShutWrite closes the sending direction.
 int shutdownSocket(int fd, int how);
+int bindSocket(int fd, const struct sockaddr* address, int length);
+/// The socket's own address (getsockname); 0 or -1.
+int localAddress(int fd, struct sockaddr* address, int* length);
+/// One datagram to `to`; the number of bytes sent, or -1 (see lastSocketError).
+int sendTo(int fd, const void* data, size_t length, const struct sockaddr* to, int toLength);
+/// One datagram into `buffer`; its length, or -1. `from` may be null.
+int receiveFrom(int fd, void* buffer, size_t length, struct sockaddr* from, int* fromLength);
 
 /// Identity of the calling thread as the system numbers it.
 uint64_t currentThreadId();
