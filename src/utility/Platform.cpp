@@ -119,6 +119,13 @@ ConnectWait waitForConnect(int fd, int timeoutMs) {
   return wait;
 }
 
+int receiveDatagram(int fd, char* buf, int len) {
+  sockaddr_in from;
+  int fromLength = sizeof from;
+  int n = ::recvfrom(toSocket(fd), buf, len, 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
+  return n == SOCKET_ERROR ? -1 : n;
+}
+
 int recvSocket(int fd, void* buf, size_t len) {
   return ::recv(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<char*>(buf),
                 static_cast<int>(len), 0);
@@ -127,6 +134,8 @@ int recvSocket(int fd, void* buf, size_t len) {
 int sendSocket(int fd, const void* buf, size_t len) {
   return ::send(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<const char*>(buf),
                 static_cast<int>(len), 0);
+}
+
 int bindSocket(int fd, const struct sockaddr* address, int length) {
   return ::bind(static_cast<SOCKET>(static_cast<intptr_t>(fd)), address, length);
 }
@@ -247,6 +256,19 @@ ConnectWait waitForConnect(int fd, int timeoutMs) {
   return wait;
 }
 
+int receiveDatagram(int fd, char* buf, int len) {
+  sockaddr_in from;
+  socklen_t fromLength = sizeof from;
+  // MSG_TRUNC reports the datagram's real length, so an oversized one is seen.
+  ssize_t n = ::recvfrom(fd, buf, static_cast<size_t>(len), MSG_TRUNC,
+                         reinterpret_cast<sockaddr*>(&from), &fromLength);
+  if (n > len) {
+    errno = EMSGSIZE;
+    return -1;
+  }
+  return static_cast<int>(n);
+}
+
 int recvSocket(int fd, void* buf, size_t len) {
   return static_cast<int>(::recv(fd, buf, len, 0));
 }
@@ -254,6 +276,8 @@ int recvSocket(int fd, void* buf, size_t len) {
 int sendSocket(int fd, const void* buf, size_t len) {
   // No SIGPIPE for a peer that has gone: the error comes back as EPIPE.
   return static_cast<int>(::send(fd, buf, len, MSG_NOSIGNAL));
+}
+
 int bindSocket(int fd, const struct sockaddr* address, int length) {
   return ::bind(fd, address, static_cast<socklen_t>(length));
 }
