@@ -238,7 +238,7 @@ TEST(TcpConnection, SendHandedOverBeforeTheCloseIsGivenUp) {
 
 TEST(TcpConnection, SendsFromOneThreadArriveInCallOrder) {
   constexpr int kSenders = 2;
-  constexpr int kMessages = 2000;
+  constexpr int kMessages = 500;
   constexpr size_t kMessageSize = 10;  // "A00001234\n"
   LoopbackPair pair;
   ASSERT_TRUE(pair.ok());
