@@ -5,8 +5,9 @@
 //
 // Threads: send and shutdown may be called from any thread; everything else
 // runs on the loop thread. A cross-thread send copies the bytes first, so the
-// caller may reuse its memory at once; the hand-over holds a plain pointer, so
-// the caller keeps the connection alive until it has run.
+// caller may reuse its memory at once. The calls handed to the loop by send
+// and shutdown hold a shared pointer to the connection, so it lives until
+// they have run even if its holder lets go meanwhile.
 #pragma once
 
 #include <atomic>

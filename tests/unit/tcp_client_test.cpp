@@ -82,7 +82,7 @@ TEST(TcpClient, RefusedAttemptsReportGrowingDelaysUntilStopped) {
   EXPECT_TRUE(LogCapture::contains("do not connect"));
 }
 
-TEST(TcpClient, ListenerThatOpensLateIsReachedByTheRetry) {
+TEST(TcpClient, ListenerThatOpensLateIsReachedByTheRetryAndAcceptsLater) {
   TestListener listener(false);
   ASSERT_TRUE(listener.ok());
   EventLoop loop;
@@ -96,13 +96,23 @@ TEST(TcpClient, ListenerThatOpensLateIsReachedByTheRetry) {
     });
     client.setConnectionCallback([&](const TcpConnectionPtr& conn) {
       events.push_back(describe(conn));
-      if (conn->connected()) loop.quit();
+      if (conn->connected()) {
+        conn->send("hello", 5);  // nobody has accepted yet
+        loop.quit();
+      }
     });
     client.connect();
     runLoop(loop, 10.0);
     EXPECT_NE(nullptr, client.connection());
     EXPECT_EQ(Connector::kConnected, client.connector()->state());
   }  // the client held the last reference: the connection goes down with it
+  // Accepted only now: what was sent meanwhile is there, then the end.
+  int fd = listener.accept();
+  ASSERT_GE(fd, 0);
+  std::string received;
+  EXPECT_TRUE(velmar::test::recvUntilClosed(fd, &received));
+  EXPECT_EQ("hello", received);
+  platform::closeSocket(fd);
   EXPECT_EQ(std::vector<int>{500}, delays);
   const std::string name = "MdClient:" + listener.address().toIpPort() + "#1";
   EXPECT_EQ(

@@ -73,7 +73,7 @@ TEST(TcpConnection, BacklogForASlowReaderDrainsAndShutdownFollowsTheLastByte) {
   // Small socket buffers on both sides (the client sizes its send buffer like
   // this too), so that the kernel takes little and the rest has to queue.
   test::setIntOption(pair.client(), SOL_SOCKET, SO_SNDBUF, 128 * 1024);
-  test::setIntOption(pair.server(), SOL_SOCKET, SO_RCVBUF, 16 * 1024);
+  test::setIntOption(pair.server(), SOL_SOCKET, SO_RCVBUF, 64 * 1024);
   EventLoop loop;
   TcpConnectionPtr conn = makeConnection(&loop, pair.releaseClient());
   // Each send written whole at once reports completion too; what the output
@@ -91,7 +91,7 @@ TEST(TcpConnection, BacklogForASlowReaderDrainsAndShutdownFollowsTheLastByte) {
   conn->connectEstablished();
 
   // Nothing queued: a send of no bytes is a direct write, and complete.
-  const std::string payload = patternBytes(4 * 1024 * 1024);
+  const std::string payload = patternBytes(2 * 1024 * 1024);
   conn->send(payload.data(), 0);
   for (size_t offset = 0; offset < payload.size(); offset += 65536) {
     conn->send(payload.data() + offset, 65536);
@@ -238,7 +238,7 @@ TEST(TcpConnection, SendHandedOverBeforeTheCloseIsGivenUp) {
 
 TEST(TcpConnection, SendsFromOneThreadArriveInCallOrder) {
   constexpr int kSenders = 2;
-  constexpr int kMessages = 2000;
+  constexpr int kMessages = 200;
   constexpr size_t kMessageSize = 10;  // "A00001234\n"
   LoopbackPair pair;
   ASSERT_TRUE(pair.ok());
