@@ -201,23 +201,23 @@ void executeOnLevel(const Side& s, bool buy, int i, double p, int64_t q) {
   if (s.qty[i] == q) {
     deleteLevel(s, i);
     if (buy) {
-      LOG_DEBUG_AS(kLoopName) << "[Test]Trade F book->Bid[i] delete:" << i << ",old price:" << p
+      LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]Trade F book->Bid[i] delete:" << i << ",old price:" << p
                               << ",qty:" << q;
-      LOG_DEBUG_AS(kLoopName) << "[Test]Trade F set book->Bid[j] 0:" << kLevels - 1;
+      LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]Trade F set book->Bid[j] 0:" << kLevels - 1;
     } else {
-      LOG_DEBUG_AS(kLoopName) << "[Test]Trade F book->Ask[i] delete:" << i << ",old price:" << p
+      LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]Trade F book->Ask[i] delete:" << i << ",old price:" << p
                               << ",qty:" << q;
-      LOG_DEBUG_AS(kLoopName) << "[Test]Trade F set book->Ask[j] 0:" << kLevels - 1;
+      LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]Trade F set book->Ask[j] 0:" << kLevels - 1;
     }
   } else {
     // Only equality deletes: a larger q leaves a negative quantity standing
     // until a snapshot or a later message changes it.
     s.qty[i] = wrapSub(s.qty[i], q);
     if (buy) {
-      LOG_DEBUG_AS(kLoopName) << "[Test]Trade F book->Bid[i] reduce:" << i << ",price:" << p
+      LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]Trade F book->Bid[i] reduce:" << i << ",price:" << p
                               << ",qty:" << q << ",new qty:" << s.qty[i];
     } else {
-      LOG_DEBUG_AS(kLoopName) << "[Test]Trade F book->Ask[i] reduce:" << i << ",price:" << p
+      LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]Trade F book->Ask[i] reduce:" << i << ",price:" << p
                               << ",qty:" << q << ",new qty:" << s.qty[i];
     }
   }
@@ -330,7 +330,7 @@ void applyOrder(CVelmarOrderBook& book, const char* body) {
   char entry[24];
   const size_t len = formatEntry(entry, loadLE<int64_t>(body + m::ApplSeqNum));
 
-  LOG_DEBUG_AS(kLoopName) << "[Test]start to refresh orderbook by entrust!data->Side:" << sideCode
+  LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]start to refresh orderbook by entrust!data->Side:" << sideCode
                           << ",data->Price:" << rawPrice;
 
   if (sideCode == '1') {
@@ -358,7 +358,7 @@ void applyOrder(CVelmarOrderBook& book, const char* body) {
         break;
       }
       if (s.price[i] > p) {
-        LOG_DEBUG_AS(kLoopName) << "[Test]book->Ask[i] higher:" << i << ",old price:" << s.price[i]
+        LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]book->Ask[i] higher:" << i << ",old price:" << s.price[i]
                                 << ",insert new price:" << p;
         insertLevel(s, i, p, q, entry, len);
         break;
@@ -389,7 +389,7 @@ void applyTrade(CVelmarOrderBook& book, const char* body) {
 
 void applySnapshot(CVelmarOrderBook& book, const char* body) {
   namespace m = feed::szse_snapshot;
-  LOG_DEBUG_AS(kLoopName) << "[Test]start to refresh orderbook  by md!";
+  LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]start to refresh orderbook  by md!";
   book.LastPrice = snapshotPrice(loadLE<uint32_t>(body + m::LastPx));
   book.TotalVolume = wholeQty(loadLE<uint64_t>(body + m::TotalVolumeTrade));
   book.TotalValue = snapshotValue(loadLE<uint64_t>(body + m::TotalValueTrade));

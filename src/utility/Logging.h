@@ -105,6 +105,11 @@ void appendQualifiedName(LogStream& stream, const char* prettyFunction);
 #define LOG_DEBUG_AS(func)                                                               \
   VELMAR_LOG_IF(::velmar::utility::Logger::logLevel() <= ::velmar::utility::Logger::DEBUG) \
   ::velmar::utility::Logger(__FILE__, __LINE__, ::velmar::utility::Logger::DEBUG, func).stream()
+/// The same, for lines that a helper writes on behalf of another source file:
+/// the book rules report as the book thread's loop in MdApiImpl does.
+#define LOG_DEBUG_IN(file, func)                                                         \
+  VELMAR_LOG_IF(::velmar::utility::Logger::logLevel() <= ::velmar::utility::Logger::DEBUG) \
+  ::velmar::utility::Logger(file, __LINE__, ::velmar::utility::Logger::DEBUG, func).stream()
 #define LOG_INFO                                                                        \
   VELMAR_LOG_IF(::velmar::utility::Logger::logLevel() <= ::velmar::utility::Logger::INFO) \
   ::velmar::utility::Logger(__FILE__, __LINE__).stream()
