@@ -16,6 +16,13 @@
 namespace velmar {
 namespace testing {
 
+/// Bytes that a newline takes in a file written as text.
+#if defined(_WIN32)
+constexpr size_t kNewlineBytes = 2;
+#else
+constexpr size_t kNewlineBytes = 1;
+#endif
+
 class TempDir {
  public:
   explicit TempDir(const std::string& prefix) {
@@ -51,8 +58,10 @@ class TempDir {
   std::string read(const std::string& name) const { return readFile(*this / name); }
 
   /// In one read: tests read files of many megabytes, also under sanitizers.
+  /// Read as text, so the line ends of a log file written as text on Windows
+  /// (CR LF there) come back as single newlines.
   static std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary | std::ios::ate);
+    std::ifstream in(path, std::ios::ate);
     if (!in) return std::string();
     std::string text(static_cast<size_t>(in.tellg()), '\0');
     in.seekg(0);

@@ -19,6 +19,7 @@
 #include "utility/Platform.h"
 #include "utility/Thread.h"
 
+using velmar::testing::kNewlineBytes;
 using velmar::testing::TempDir;
 using velmar::utility::AsyncLogging;
 using velmar::utility::CountDownLatch;
@@ -165,11 +166,11 @@ TEST(AsyncLogging, WriterFallingBehindDropsAllButTheTwoOldestBuffers) {
     } else {
       EXPECT_EQ(err, "");
       // 50 MB: looked at where the lines begin only.
+      const size_t lineBytes = kBufferSize / 2 - 1 + kNewlineBytes;
       std::ifstream in(dir / files[0], std::ios::binary | std::ios::ate);
-      ASSERT_EQ(static_cast<size_t>(in.tellg()),
-                static_cast<size_t>(c.buffers) * (kBufferSize / 2));
+      ASSERT_EQ(static_cast<size_t>(in.tellg()), static_cast<size_t>(c.buffers) * lineBytes);
       for (int i = 0; i < c.buffers; ++i) {
-        in.seekg(static_cast<std::streamoff>(i) * (kBufferSize / 2));
+        in.seekg(static_cast<std::streamoff>(i * lineBytes));
         EXPECT_EQ(in.get(), 'a' + i);
       }
     }
@@ -239,6 +240,7 @@ TEST(AsyncLogging, WriterThatCannotStartFallsBackToTheStandardOutput) {
     append(log, "before start\n");
     EXPECT_FALSE(log.start());
     EXPECT_FALSE(log.running());
+    EXPECT_FALSE(log.start());
     append(log, "after start\n");
     append(log, "");
     append(log, "and one more\n");
@@ -261,5 +263,6 @@ TEST(AsyncLogging, LinesAfterStopAreNotWrittenAndStopTwiceIsHarmless) {
   log.stop();
   for (int i = 0; i < 5; ++i) append(log, std::string(kBufferSize / 2, 'z'));
   log.stop();
+  EXPECT_FALSE(log.start());
   EXPECT_EQ(dir.read(dir.files().at(0)), "written\n");
 }
