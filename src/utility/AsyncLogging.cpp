@@ -91,6 +91,11 @@ void AsyncLogging::appendToFullBuffer(const char* logline, int len) {
 
 bool AsyncLogging::start() {
   if (running_.load(std::memory_order_acquire)) return true;
+  {
+    // One writer per object: after a stop or a failed start there is none.
+    MutexLockGuard lock(mutex_);
+    if (stopped_ || direct_) return false;
+  }
   running_.store(true, std::memory_order_release);
   try {
     if (hooks_.startThread) {

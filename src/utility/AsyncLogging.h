@@ -61,7 +61,8 @@ class AsyncLogging {
   /// started the failure is reported on the standard error, nothing waits for
   /// a writer that will never come, and the result is false: from then on
   /// every line goes straight to the standard output, as before the writer
-  /// was installed, so neither lines nor memory pile up.
+  /// was installed, so neither lines nor memory pile up. An object has one
+  /// writer at most: after stop() or a failed start the result is false.
   bool start();
   /// Wakes the writer, lets it write what has been handed over, and joins it.
   /// Lines appended afterwards are not written; their buffer is reused, so

@@ -72,7 +72,7 @@ LogFile::LogFile(const std::string& basename, int64_t rollSize, bool threadSafe,
       lastFlush_(0),
       hooks_(hooks),
       openFailureReported_(false) {
-  rollFile();
+  rollFileUnlocked();
   // Only a clock that stands before 1970 leaves the first roll undone; the
   // file object must exist all the same.
   if (!file_) file_.reset(new AppendFile(logFileName(basename_, hooks_.now(), ""), hooks_.open));
@@ -94,7 +94,7 @@ void LogFile::appendUnlocked(const char* logline, int len) {
   file_->append(logline, static_cast<size_t>(len));
 
   if (file_->writtenBytes() > rollSize_) {
-    rollFile();
+    rollFileUnlocked();
     return;
   }
   if (++count_ < checkEveryN_) return;
@@ -104,7 +104,7 @@ void LogFile::appendUnlocked(const char* logline, int len) {
   // The day of a file is the UTC day.
   int64_t thisPeriod = now / kRollPerSeconds * kRollPerSeconds;
   if (thisPeriod != startOfPeriod_) {
-    rollFile();
+    rollFileUnlocked();
   } else if (now - lastFlush_ > flushInterval_) {
     lastFlush_ = now;
     file_->flush();
@@ -115,11 +115,16 @@ void LogFile::flushUnlocked() {
   // A file that could not be opened (its folder missing, say) is tried again
   // here, at most once a second: the writer flushes after every pass, so the
   // log resumes soon after the folder appears.
-  if (!file_->isOpen()) rollFile();
+  if (!file_->isOpen()) rollFileUnlocked();
   file_->flush();
 }
 
 bool LogFile::rollFile() {
+  OptionalLock lock(mutex_.get());
+  return rollFileUnlocked();
+}
+
+bool LogFile::rollFileUnlocked() {
   int64_t now = hooks_.now();
   if (now <= lastRoll_) return false;
 

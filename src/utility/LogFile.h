@@ -57,6 +57,7 @@ class LogFile {
  private:
   void appendUnlocked(const char* logline, int len);
   void flushUnlocked();
+  bool rollFileUnlocked();
 
   static constexpr int64_t kRollPerSeconds = 60 * 60 * 24;
 
