@@ -28,6 +28,19 @@ inline void clearTickRecord(CVelmarTickByTick* record) {
   std::memset(reinterpret_cast<char*>(record) + 4, 0, sizeof(CVelmarTickByTick) - 4);
 }
 
+/// The fields every feed tick fills alike, on a record cleared for it.
+inline void startTickRecord(CVelmarTickByTick* record, uint32_t exchange, const char* securityId,
+                            int64_t seq, int64_t time, uint32_t tickType, uint32_t channel) {
+  clearTickRecord(record);
+  record->ExchangeID = exchange;
+  std::memcpy(record->SecurityID, securityId, 8);
+  record->SeqNo = seq;
+  record->TickTime = time;
+  record->TickType = tickType;
+  record->ChannelNo = channel;
+  record->ApplSeqNum = seq;
+}
+
 inline double scaled(uint64_t raw, double divisor) { return static_cast<double>(raw) / divisor; }
 inline int64_t scaledWhole(uint64_t raw, double divisor) {
   return static_cast<int64_t>(static_cast<double>(raw) / divisor);
@@ -78,14 +91,18 @@ void MdApiImpl::onFeedDatagram(const char* datagram) {
   }
 }
 
+// The subscription filter: the exchange's all-ticks flag, or the instrument
+// in tickSubscriptions_. With the flag set the key text is not even built.
+bool MdApiImpl::tickSubscribed(const std::atomic<bool>& allTicks, const char* securityId) const {
+  return allTicks.load(std::memory_order_relaxed) ||
+         tickSubscriptions_.find(securityIdKey(securityId)) != tickSubscriptions_.end();
+}
+
 void MdApiImpl::onSzseOrder(CVelmarTickByTick* record, const char* body) {
   namespace m = feed::szse_order;
   utility::MutexLockGuard lock(mutex_);
   const char* securityId = body + m::SecurityID;
-  // With the all-ticks flag set the key text is not even built.
-  if (!allTickExchange2_.load(std::memory_order_relaxed) &&
-      tickSubscriptions_.find(securityIdKey(securityId)) == tickSubscriptions_.end())
-    return;
+  if (!tickSubscribed(allTickExchange2_, securityId)) return;
 
   const uint32_t channel = loadLE<uint16_t>(body + m::ChannelNo);
   const int64_t seq = loadLE<int64_t>(body + m::ApplSeqNum);
@@ -96,14 +113,7 @@ void MdApiImpl::onSzseOrder(CVelmarTickByTick* record, const char* body) {
     return;
   }
 
-  clearTickRecord(record);
-  record->ExchangeID = 2;
-  std::memcpy(record->SecurityID, securityId, 8);
-  record->SeqNo = seq;
-  record->TickTime = loadLE<int64_t>(body + m::OrderTime);
-  record->TickType = 1;
-  record->ChannelNo = channel;
-  record->ApplSeqNum = seq;
+  startTickRecord(record, 2, securityId, seq, loadLE<int64_t>(body + m::OrderTime), 1, channel);
   record->Price = scaled(loadLE<uint64_t>(body + m::Price), 10000);
   record->Qty = scaledWhole(loadLE<uint64_t>(body + m::OrderQty), 100);
   record->Side = body[m::Side];
@@ -116,9 +126,7 @@ void MdApiImpl::onSzseTrade(CVelmarTickByTick* record, const char* body) {
   namespace m = feed::szse_trade;
   utility::MutexLockGuard lock(mutex_);
   const char* securityId = body + m::SecurityID;
-  if (!allTickExchange2_.load(std::memory_order_relaxed) &&
-      tickSubscriptions_.find(securityIdKey(securityId)) == tickSubscriptions_.end())
-    return;
+  if (!tickSubscribed(allTickExchange2_, securityId)) return;
 
   const uint32_t channel = loadLE<uint16_t>(body + m::ChannelNo);
   const int64_t seq = loadLE<int64_t>(body + m::ApplSeqNum);
@@ -129,14 +137,7 @@ void MdApiImpl::onSzseTrade(CVelmarTickByTick* record, const char* body) {
     return;
   }
 
-  clearTickRecord(record);
-  record->ExchangeID = 2;
-  std::memcpy(record->SecurityID, securityId, 8);
-  record->SeqNo = seq;
-  record->TickTime = loadLE<int64_t>(body + m::TransactTime);
-  record->TickType = 2;
-  record->ChannelNo = channel;
-  record->ApplSeqNum = seq;
+  startTickRecord(record, 2, securityId, seq, loadLE<int64_t>(body + m::TransactTime), 2, channel);
   record->Price = scaled(loadLE<uint64_t>(body + m::LastPx), 10000);
   record->Qty = scaledWhole(loadLE<uint64_t>(body + m::LastQty), 100);
   // The Shenzhen trade carries no money. The field holds the channel number,
@@ -153,23 +154,14 @@ void MdApiImpl::onSseTrade(CVelmarTickByTick* record, const char* datagram) {
   namespace m = feed::sse_trade;
   utility::MutexLockGuard lock(mutex_);
   const char* securityId = datagram + m::SecurityID;
-  if (!allTickExchange1_.load(std::memory_order_relaxed) &&
-      tickSubscriptions_.find(securityIdKey(securityId)) == tickSubscriptions_.end())
-    return;
+  if (!tickSubscribed(allTickExchange1_, securityId)) return;
 
   const uint32_t channel = loadLE<uint32_t>(datagram + m::TradeChannel);
   const int64_t seq = loadLE<int32_t>(datagram + m::TradeIndex);  // signed, sign-extended
   int64_t& prev = channelSeq_[channel];
   if (!sequenceAdvances(prev, seq)) return;  // Shanghai refusals are silent
 
-  clearTickRecord(record);
-  record->ExchangeID = 1;
-  std::memcpy(record->SecurityID, securityId, 8);
-  record->SeqNo = seq;
-  record->TickTime = loadLE<uint32_t>(datagram + m::TradeTime);
-  record->TickType = 2;
-  record->ChannelNo = channel;
-  record->ApplSeqNum = seq;
+  startTickRecord(record, 1, securityId, seq, loadLE<uint32_t>(datagram + m::TradeTime), 2, channel);
   record->Price = scaled(loadLE<uint32_t>(datagram + m::TradePrice), 1000);
   record->Qty = scaledWhole(loadLE<uint64_t>(datagram + m::TradeQty), 1000);
   record->TradeMoney = scaled(loadLE<uint64_t>(datagram + m::TradeMoney), 100000);

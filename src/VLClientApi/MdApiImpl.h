@@ -123,6 +123,8 @@ class MdApiImpl : public VelmarMdApi {
   /// buffer of at least feed::kReceiveSize bytes; handlers read only within
   /// it, whatever the datagram's real length.
   void onFeedDatagram(const char* datagram);
+  /// mutex_ held: the tick filter of one exchange for an 8-byte id.
+  bool tickSubscribed(const std::atomic<bool>& allTicks, const char* securityId) const;
   void onSzseOrder(CVelmarTickByTick* record, const char* body);
   void onSzseTrade(CVelmarTickByTick* record, const char* body);
   void onSseTrade(CVelmarTickByTick* record, const char* datagram);
