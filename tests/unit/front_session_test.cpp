@@ -72,9 +72,12 @@ class FrontSession : public ::testing::Test {
   }
 
   void TearDown() override {
+    const size_t mark = spi_.size();
     api_.client_->stop();
     sim_.stop();
-    if (api_.connected_.load()) spi_.waitFor("disconnected 0", 0, 3000);
+    // A live connection must go down before its client and its last holder
+    // go; look only at what came after the stop.
+    if (api_.connected_.load()) spi_.waitFor("disconnected 0", mark, 3000);
     // The client and the connection belong to the loop: they go on its thread.
     std::promise<void> done;
     api_.loop_->runInLoop([&] {
