@@ -109,6 +109,8 @@ int recvSocket(int fd, void* buf, size_t len) {
 int sendSocket(int fd, const void* buf, size_t len) {
   return ::send(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<const char*>(buf),
                 static_cast<int>(len), 0);
+}
+
 int bindSocket(int fd, const struct sockaddr* address, int length) {
   return ::bind(static_cast<SOCKET>(static_cast<intptr_t>(fd)), address, length);
 }
@@ -221,6 +223,8 @@ int recvSocket(int fd, void* buf, size_t len) {
 int sendSocket(int fd, const void* buf, size_t len) {
   // No SIGPIPE for a peer that has gone: the error comes back as EPIPE.
   return static_cast<int>(::send(fd, buf, len, MSG_NOSIGNAL));
+}
+
 int bindSocket(int fd, const struct sockaddr* address, int length) {
   return ::bind(fd, address, static_cast<socklen_t>(length));
 }
