@@ -140,8 +140,8 @@ CVelmarMarketData indexRecord(const IndexValue& x, int64_t stamp) {
   return r;
 }
 
-int64_t engineStamp(const MarketEngine& engine, Exchange exchange) {
-  const int64_t ms = engine.config().startMs + engine.nowUs() / 1000;
+int64_t engineStamp(const MarketEngine& engine, Exchange exchange, int64_t offsetMs) {
+  const int64_t ms = std::max<int64_t>(0, engine.config().startMs + engine.nowUs() / 1000 + offsetMs);
   return exchange == Exchange::kShenzhen ? shenzhenStamp(engine.config().tradingDay, ms)
                                          : static_cast<int64_t>(shanghaiStamp(ms));
 }
@@ -152,7 +152,11 @@ std::vector<CVelmarMarketData> engineRecords(const MarketEngine& engine) {
     if (c.kind == InstrumentKind::kStock) {
       out.push_back(stockRecord(engine.book(c.exchange, c.id)));
     } else {
-      out.push_back(indexRecord(engine.index(c.exchange, c.id), engineStamp(engine, c.exchange)));
+      // An index's next value may be stamped with the clock's present
+      // millisecond; one earlier keeps the record behind it whatever the
+      // volume.
+      out.push_back(indexRecord(engine.index(c.exchange, c.id),
+                                engineStamp(engine, c.exchange, -1)));
     }
   }
   return out;

@@ -36,8 +36,8 @@ CVelmarMarketData stockRecord(const TrueBook& book);
 /// index that has not been published yet stands at its previous close.
 CVelmarMarketData indexRecord(const IndexValue& index, int64_t stamp);
 
-/// The engine's clock as a stamp of the exchange.
-int64_t engineStamp(const MarketEngine& engine, Exchange exchange);
+/// The engine's clock, moved by `offsetMs`, as a stamp of the exchange.
+int64_t engineStamp(const MarketEngine& engine, Exchange exchange, int64_t offsetMs = 0);
 
 /// Records of every instrument of the engine, in its instrument order.
 std::vector<CVelmarMarketData> engineRecords(const MarketEngine& engine);
