@@ -1,7 +1,11 @@
 // Connector: makes one outgoing TCP connection for its owner, retrying with a
 // growing delay (500, 1000, 2000, 3000, 3000 ... ms), and hands the connected
 // socket over by callback. Runs on the owner's loop. The socket is always
-// bound first, to the given local address or to the any-address.
+// bound first, to the given local address or to the any-address; a local
+// address that cannot be bound ends the process.
+//
+// Held by shared pointer only: start, stop and every scheduled retry hold one,
+// so the connector outlives whatever the loop still has to run for it.
 #pragma once
 
 #include <atomic>
@@ -55,9 +59,10 @@ class Connector : public std::enable_shared_from_this<Connector> {
   void connecting(int sockfd);
   void handleWrite();
   void handleError();
+  void waitInSelect(int sockfd);
+  void giveUp(int sockfd, int err);
   void retry(int sockfd);
   int detachChannel();
-  void resetChannel();
 
   EventLoop* loop_;
   InetAddress localAddr_;

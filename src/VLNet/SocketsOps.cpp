@@ -99,21 +99,29 @@ bool isSelfConnect(int fd) {
          local.sin_addr.s_addr == peer.sin_addr.s_addr;
 }
 
-int getSocketError(int fd) {
-#if defined(_WIN32)
-  int last = platform::lastSocketError();
-  if (last != platform::kErrWouldBlock || fd < 0) return last;
+namespace {
+
+// SO_ERROR, or -1 if the socket cannot be asked.
+int pendingError(int fd) {
   int value = 0;
   int length = sizeof value;
-  if (platform::getSocketOption(fd, SOL_SOCKET, SO_ERROR, &value, &length) < 0) return last;
-  return value != 0 ? value : last;
-#else
-  if (fd < 0) return errno;
-  int value = 0;
-  int length = sizeof value;
-  if (platform::getSocketOption(fd, SOL_SOCKET, SO_ERROR, &value, &length) < 0) return errno;
+  if (platform::getSocketOption(fd, SOL_SOCKET, SO_ERROR, &value, &length) < 0) return -1;
   return value;
-#endif
+}
+
+}  // namespace
+
+int getSocketError(int fd) {
+  if (fd < 0) return platform::lastSocketError();
+  int last = platform::lastSocketError();
+  int pending = pendingError(fd);
+  return pending < 0 ? last : pending;
+}
+
+int connectError(int fd, int callError) {
+  if (callError != platform::kErrWouldBlock || fd < 0) return callError;
+  int pending = pendingError(fd);
+  return pending > 0 ? pending : callError;
 }
 
 }  // namespace sockets

@@ -28,13 +28,22 @@ struct sockaddr_in getLocalAddr(int fd);
 struct sockaddr_in getPeerAddr(int fd);
 bool isSelfConnect(int fd);
 
-/// The error pending on a socket, 0 if there is none. On Windows this starts
-/// from the thread's last socket error and asks the socket only while that
-/// says would-block, so a connect in progress reads as would-block. Elsewhere
-/// the thread's errno is too easily overwritten (any logging may touch it),
-/// so the socket's own SO_ERROR is the answer, and a connect in progress is
-/// recognised from the connect call's own error instead.
+/// The error pending on a socket (SO_ERROR), 0 if there is none; reading it
+/// clears it. The connector asks this once a connect in progress has ended,
+/// and a connection when its socket reports an error. The thread's last
+/// socket error is no answer here: on Windows a would-block left over from an
+/// earlier call stays in it after the calls that succeed since, and errno is
+/// changed by nearly anything (logging included). A negative fd gives the
+/// thread's last socket error.
 int getSocketError(int fd);
+
+/// The error of a connect call that returned -1, to be taken right after the
+/// call with the call's own error (platform::lastSocketError()). While that
+/// says would-block, an error the socket already holds (a refusal that came
+/// at once) is preferred; otherwise the call's error is the answer. So a
+/// connect still in progress gives would-block on Windows and EINPROGRESS
+/// elsewhere, and a connect that has failed gives its own error.
+int connectError(int fd, int callError);
 
 }  // namespace sockets
 }  // namespace net

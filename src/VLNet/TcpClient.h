@@ -27,6 +27,10 @@ class TcpClient {
   TcpClient(EventLoop* loop, const InetAddress& serverAddr, const InetAddress& localAddr,
             const std::string& name);
   TcpClient(EventLoop* loop, const InetAddress& serverAddr, const std::string& name);
+  /// On the loop thread, with the loop still alive. Stops the connector; a
+  /// live connection goes on for its other holders (its close no longer
+  /// reaches the client) and goes down at once if the client held the last
+  /// reference.
   ~TcpClient();
   TcpClient(const TcpClient&) = delete;
   TcpClient& operator=(const TcpClient&) = delete;
@@ -52,6 +56,7 @@ class TcpClient {
   const ConnectorPtr& connector() const { return connector_; }
 
  private:
+  void init();
   void newConnection(int sockfd);
   void removeConnection(const TcpConnectionPtr& conn);
   void handleConnectorRetry(int delayMs);

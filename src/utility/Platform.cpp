@@ -101,6 +101,24 @@ int peerAddress(int fd, struct sockaddr_in* addr) {
 
 int shutdownSocket(int fd, int how) { return ::shutdown(toSocket(fd), how) == 0 ? 0 : -1; }
 
+ConnectWait waitForConnect(int fd, int timeoutMs) {
+  SOCKET s = toSocket(fd);
+  fd_set writeSet;
+  fd_set exceptSet;
+  FD_ZERO(&writeSet);
+  FD_ZERO(&exceptSet);
+  FD_SET(s, &writeSet);
+  FD_SET(s, &exceptSet);
+  timeval timeout;
+  timeout.tv_sec = timeoutMs / 1000;
+  timeout.tv_usec = (timeoutMs % 1000) * 1000;
+  ConnectWait wait;
+  wait.result = ::select(0, nullptr, &writeSet, &exceptSet, &timeout);
+  wait.writable = wait.result > 0 && FD_ISSET(s, &writeSet);
+  wait.failed = wait.result > 0 && FD_ISSET(s, &exceptSet);
+  return wait;
+}
+
 int recvSocket(int fd, void* buf, size_t len) {
   return ::recv(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<char*>(buf),
                 static_cast<int>(len), 0);
@@ -215,6 +233,21 @@ int peerAddress(int fd, struct sockaddr_in* addr) {
 }
 
 int shutdownSocket(int fd, int how) { return ::shutdown(fd, how); }
+
+ConnectWait waitForConnect(int fd, int timeoutMs) {
+  // poll rather than select: a select set cannot hold a socket number of 1024
+  // or more here. A failed connect shows as an error or hang-up, which is what
+  // the exception set tells on Windows.
+  struct pollfd entry;
+  entry.fd = fd;
+  entry.events = POLLOUT;
+  entry.revents = 0;
+  ConnectWait wait;
+  wait.result = ::poll(&entry, 1, timeoutMs);
+  wait.failed = wait.result > 0 && (entry.revents & (POLLERR | POLLHUP)) != 0;
+  wait.writable = wait.result > 0 && !wait.failed && (entry.revents & POLLOUT) != 0;
+  return wait;
+}
 
 int recvSocket(int fd, void* buf, size_t len) {
   return static_cast<int>(::recv(fd, buf, len, 0));

@@ -153,6 +153,28 @@ int sendTo(int fd, const void* data, size_t length, const struct sockaddr* to, i
 /// One datagram into `buffer`; its length, or -1. `from` may be null.
 int receiveFrom(int fd, void* buffer, size_t length, struct sockaddr* from, int* fromLength);
 
+/// How the connector learns how a connect in progress ends. WSAPoll never
+/// reports a connect that fails (the socket just never turns writable), so on
+/// Windows a connect that says would-block is waited for with a blocking
+/// select on the write and exception sets. poll elsewhere reports a failed
+/// connect as an error and hang-up on the socket, so there the loop's own wait
+/// covers it and the connect's in-progress answer goes straight to the loop.
+#if defined(_WIN32)
+constexpr bool kConnectWaitsInSelect = true;
+#else
+constexpr bool kConnectWaitsInSelect = false;
+#endif
+/// Outcome of waitForConnect: the wait call's result (0 on time-out, negative
+/// on failure), and whether the socket turned writable or failed.
+struct ConnectWait {
+  int result;
+  bool writable;
+  bool failed;
+};
+/// Blocks up to timeoutMs for a connect in progress on the socket (select with
+/// the socket in a write set and an exception set, no read set).
+ConnectWait waitForConnect(int fd, int timeoutMs);
+
 /// Identity of the calling thread as the system numbers it.
 uint64_t currentThreadId();
 /// 100-nanosecond ticks since the Unix epoch.

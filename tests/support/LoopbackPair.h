@@ -24,6 +24,18 @@ class LoopbackPair {
   int client() const { return client_; }
   int server() const { return server_; }
   void closeClient() { closeEnd(&client_); }
+  void closeServer() { closeEnd(&server_); }
+  /// Hand an end to a new owner; the pair no longer closes it.
+  int releaseClient() {
+    int fd = client_;
+    client_ = -1;
+    return fd;
+  }
+  int releaseServer() {
+    int fd = server_;
+    server_ = -1;
+    return fd;
+  }
 
   /// Sends all bytes from the client end; false on an error.
   bool sendAll(const void* data, size_t len) {
