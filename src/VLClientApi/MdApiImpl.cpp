@@ -5,6 +5,11 @@
 #include <ctime>
 #include <new>
 
+#include "VLNet/EventLoopThread.h"
+#include "VLNet/TcpClient.h"
+#include "VLNet/TcpConnection.h"
+#include "package/VelmarPackage.h"
+#include "package/WireFormat.h"
 #include "utility/Platform.h"
 
 namespace velmar {
@@ -22,7 +27,16 @@ VelmarMdApi* VelmarMdApi::CreateMdUserApi(const char* /*reserved*/) {
 
 const char* VelmarMdApi::GetVersion() { return kVersion; }
 
-MdApiImpl::MdApiImpl() : orderBookQueue_(192) { std::memset(&rspInfo_, 0, sizeof rspInfo_); }
+MdApiImpl::MdApiImpl()
+    : requestPackage_(new CVelmarPackage(wire::kRequestCapacity)),
+      heartbeatPackage_(new CVelmarPackage(wire::kKeepAliveCapacity)),
+      orderBookQueue_(192) {
+  std::memset(&rspInfo_, 0, sizeof rspInfo_);
+  // The keep-alive is built once and sent unchanged: 00 02 00 00 04 00.
+  heartbeatPackage_->prepare();
+  heartbeatPackage_->setKeepAlive();
+  heartbeatPackage_->finish();
+}
 
 // Nodes still queued own bytes (possibly from the heap); no book thread runs
 // by the time the object goes.
@@ -56,7 +70,7 @@ void MdApiImpl::RegisterMulticastInterface(const char* address) {
 }
 void MdApiImpl::SetUserString(const char* text) { userString_ = textOf(text); }
 void MdApiImpl::RegisterSpi(VelmarMdSpi* spi) { spi_ = spi; }
-void MdApiImpl::SetHeartbeatTimeout(unsigned int seconds) { heartbeatTimeout_ = seconds; }
+void MdApiImpl::SetHeartbeatTimeout(unsigned int seconds) { heartbeatTimeout_.store(seconds); }
 
 std::string securityIdKey(const char* id, size_t width) {
   const void* nul = std::memchr(id, 0, width);

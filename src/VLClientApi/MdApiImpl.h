@@ -24,10 +24,22 @@
 
 #include "VLClientApi/BookBytesPool.h"
 #include "VLClientApi/OrderBookNode.h"
+#include "VLNet/Callbacks.h"
+#include "VLNet/TimerId.h"
 #include "VelmarMdApi.h"
 #include "utility/Mutex.h"
+#include "utility/Timestamp.h"
+
+class CVelmarPackage;
+class CVelmarPackageIterator;
 
 namespace velmar {
+namespace net {
+class EventLoop;
+class EventLoopThread;
+class TcpClient;
+}  // namespace net
+
 namespace mdapi {
 
 class MdApiImpl : public VelmarMdApi {
@@ -70,10 +82,41 @@ class MdApiImpl : public VelmarMdApi {
   void fillRspInfo(int errorId, int requestId);
   /// Builds one package with one field and sends it. Always returns 0: a
   /// failure reaches the application as OnRspError -117 with requestId -1.
-  int sendTransaction(const void* data, int requestId, int tid, uint16_t length);
+  /// A field longer than a package can carry is such a failure.
+  int sendTransaction(const void* data, int requestId, int tid, size_t length);
   /// Hands bytes to the live connection; false (and a log line) when there is
   /// none.
   bool sendPackage(const char* data, int length);
+  /// The body of the six per-instrument requests.
+  /// `operation` names the API operation in its DEBUG lines.
+  int sendInstruments(char** instrumentIds, int count, int requestId, int tid,
+                      bool reportStateErrors, const char* nullMessage, const char* operation);
+
+  // ---- Start-up (StartUp.cpp) ----
+  /// Picks one entry of the list at random and splits "scheme://host:port".
+  /// False for an empty list, an empty pick, a scheme other than tcp or udp,
+  /// or a text without "//" or ":".
+  static bool parseAddress(const std::vector<std::string>& list, std::string* host,
+                           std::string* port);
+
+  // ---- Multicast receiver (UdpReceiver.cpp) ----
+  /// Body of the receiver thread: joins the group and hands every datagram to
+  /// onFeedDatagram, for as long as the process lives.
+  void runUdpExanic();
+
+  // ---- Front session (FrontDispatch.cpp), on the front loop thread ----
+  void onConnection(const net::TcpConnectionPtr& conn);
+  void onMessage(const net::TcpConnectionPtr& conn, net::Buffer* buffer, Timestamp receiveTime);
+  void onConnectFailed(int delayMs);
+  void onHeartbeatTimer();
+  void onHeartbeatTimeout();
+  /// One field of an answer package. False if the rest of the buffer was
+  /// dropped (an unknown field id, a logout answer).
+  void dispatchField(const CVelmarPackageIterator& it, net::Buffer* buffer);
+  /// Drops login and every subscription; mutex_ held.
+  void clearSession();
+  /// The latest connection, or null. Any thread.
+  net::TcpConnectionPtr connection() const;
 
   // ---- Feed (FeedDispatch.cpp, SnapshotHandlers.cpp) ----
   /// Entry of every datagram, on the receiver thread. The datagram lies in a
@@ -129,8 +172,23 @@ class MdApiImpl : public VelmarMdApi {
   utility::MutexLock mutex_;
   VelmarMdSpi* spi_ = nullptr;
 
-  uint32_t heartbeatTimeout_ = 30;
+  std::unique_ptr<net::EventLoopThread> loopThread_;
+  /// Join waits once; a second Join returns at once.
+  std::atomic<bool> joined_{false};
+  net::EventLoop* loop_ = nullptr;
+  std::unique_ptr<net::TcpClient> client_;
+  /// The latest connection. Written on the loop thread, read by requests on
+  /// any thread, so it has a lock of its own; no callback runs under it.
+  net::TcpConnectionPtr conn_;
+  mutable utility::MutexLock connMutex_;
+  /// Reused for every request; the keep-alive is built once and sent as is.
+  std::unique_ptr<CVelmarPackage> requestPackage_;
+  std::unique_ptr<CVelmarPackage> heartbeatPackage_;
+
+  std::atomic<uint32_t> heartbeatTimeout_{30};
   uint32_t heartbeatInterval_ = 1;
+  net::TimerId heartbeatTimerId_;
+  net::TimerId timeoutTimerId_;
 
   std::atomic<bool> started_{false};
   std::atomic<bool> connected_{false};
@@ -155,6 +213,9 @@ class MdApiImpl : public VelmarMdApi {
   /// cleared: it outlives disconnection and a new login.
   std::unordered_map<uint32_t, int64_t> channelSeq_;
 
+  /// The feed's socket; the receiver thread alone uses it.
+  int udpSocket_ = -1;
+
   std::unique_ptr<CVelmarTickByTick> frontTickRecord_;
   std::unique_ptr<CVelmarTickByTick> feedTickRecord_;
 
@@ -169,6 +230,10 @@ class MdApiImpl : public VelmarMdApi {
   utility::MutexLock bookKeysMutex_;
   std::unordered_set<std::string> bookKeys_;
 };
+
+/// Creates each missing directory of a path; only "/" separates. False if a
+/// directory could not be made.
+bool makeLogDirectory(const std::string& path);
 
 /// Instrument id text of a feed message: the bytes up to the first NUL, at
 /// most `width` of them.

@@ -119,6 +119,13 @@ ConnectWait waitForConnect(int fd, int timeoutMs) {
   return wait;
 }
 
+int receiveDatagram(int fd, char* buf, int len) {
+  sockaddr_in from;
+  int fromLength = sizeof from;
+  int n = ::recvfrom(toSocket(fd), buf, len, 0, reinterpret_cast<sockaddr*>(&from), &fromLength);
+  return n == SOCKET_ERROR ? -1 : n;
+}
+
 int recvSocket(int fd, void* buf, size_t len) {
   return ::recv(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<char*>(buf),
                 static_cast<int>(len), 0);
@@ -247,6 +254,19 @@ ConnectWait waitForConnect(int fd, int timeoutMs) {
   wait.failed = wait.result > 0 && (entry.revents & (POLLERR | POLLHUP)) != 0;
   wait.writable = wait.result > 0 && !wait.failed && (entry.revents & POLLOUT) != 0;
   return wait;
+}
+
+int receiveDatagram(int fd, char* buf, int len) {
+  sockaddr_in from;
+  socklen_t fromLength = sizeof from;
+  // MSG_TRUNC reports the datagram's real length, so an oversized one is seen.
+  ssize_t n = ::recvfrom(fd, buf, static_cast<size_t>(len), MSG_TRUNC,
+                         reinterpret_cast<sockaddr*>(&from), &fromLength);
+  if (n > len) {
+    errno = EMSGSIZE;
+    return -1;
+  }
+  return static_cast<int>(n);
 }
 
 int recvSocket(int fd, void* buf, size_t len) {

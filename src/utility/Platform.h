@@ -143,6 +143,9 @@ int connectSocket(int fd, const struct sockaddr_in& addr);
 int acceptSocket(int fd, struct sockaddr_in* peer);
 int localAddress(int fd, struct sockaddr_in* addr);
 int peerAddress(int fd, struct sockaddr_in* addr);
+/// One datagram into buf, blocking. A datagram longer than len is an error
+/// (kErrMsgSize) on every platform rather than silently cut, and is dropped.
+int receiveDatagram(int fd, char* buf, int len);
 /// shutdown(how): kShutWrite closes the sending direction.
 int shutdownSocket(int fd, int how);
 int bindSocket(int fd, const struct sockaddr* address, int length);

@@ -1,0 +1,371 @@
+// The front session through the public operations, against the front
+// simulator on loopback: connect, login, every subscription and its answer,
+// the flags and maps the answers change, keep-alives and the receive
+// time-out, the edges of the byte stream, and reconnection.
+//
+// Each test builds the session's front side the way Init does (loop thread,
+// client, callbacks, retry), without the log writer and the feed threads, so
+// that many sessions can live in one test process.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <future>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "VLClientApi/MdApiImpl.h"
+#include "VLNet/EventLoop.h"
+#include "VLNet/EventLoopThread.h"
+#include "VLNet/InetAddress.h"
+#include "VLNet/TcpClient.h"
+#include "front/FrontSimulator.h"
+#include "package/VelmarPackage.h"
+#include "support/LogCapture.h"
+#include "support/SessionSpi.h"
+
+using velmar::mdapi::MdApiImpl;
+using velmar::sim::FrontSimulator;
+using velmar::sim::FrontSimulatorOptions;
+using velmar::testing::LogCapture;
+using velmar::testing::SessionSpi;
+
+namespace {
+
+std::string packageBytes(uint32_t fieldId, const void* value, uint16_t length, uint8_t chain,
+                         uint8_t ftdType = 1) {
+  CVelmarPackage p(4227);
+  p.clear();
+  p.prepare();
+  p.setHeader(ftdType, 0, 0, fieldId, chain, 'H', 0);
+  p.addField(fieldId, value, length);
+  p.finish();
+  return std::string(p.data(), static_cast<size_t>(p.length()));
+}
+
+class FrontSession : public ::testing::Test {
+ protected:
+  static FrontSimulatorOptions options() {
+    FrontSimulatorOptions o;
+    o.users["alice"] = "secret";
+    o.keepAliveIntervalMs = 200;
+    return o;
+  }
+
+  FrontSession() : sim_(options()) {}
+
+  void SetUp() override {
+    std::string error;
+    ASSERT_TRUE(sim_.start(&error)) << error;
+    api_.RegisterSpi(&spi_);
+    api_.loopThread_.reset(new velmar::net::EventLoopThread({}, "MdApiThread"));
+    api_.loop_ = api_.loopThread_->startLoop();
+    api_.client_.reset(new velmar::net::TcpClient(
+        api_.loop_, velmar::net::InetAddress("127.0.0.1", sim_.port()), "MdClient"));
+    api_.client_->setConnectFailCallback([this](int ms) { api_.onConnectFailed(ms); });
+    api_.client_->setConnectionCallback(
+        [this](const velmar::net::TcpConnectionPtr& c) { api_.onConnection(c); });
+    api_.client_->setMessageCallback(
+        [this](const velmar::net::TcpConnectionPtr& c, velmar::net::Buffer* b,
+               velmar::Timestamp t) { api_.onMessage(c, b, t); });
+    api_.client_->enableRetry();
+  }
+
+  void TearDown() override {
+    api_.client_->stop();
+    sim_.stop();
+    if (api_.connected_.load()) spi_.waitFor("disconnected 0", 0, 3000);
+    // The client and the connection belong to the loop: they go on its thread.
+    std::promise<void> done;
+    api_.loop_->runInLoop([&] {
+      api_.client_.reset();
+      api_.conn_.reset();
+      done.set_value();
+    });
+    done.get_future().wait();
+    api_.loopThread_->quit();
+    api_.loopThread_->join();
+  }
+
+  void connect() {
+    api_.client_->connect();
+    ASSERT_GE(spi_.waitFor("connected"), 0) << spi_.dump();
+  }
+  void login() {
+    connect();
+    CVelmarReqUserLogin req{};
+    std::strcpy(req.UserID, "alice");
+    std::strcpy(req.Password, "secret");
+    ASSERT_EQ(api_.ReqUserLogin(&req, 1), 0);
+    ASSERT_GE(spi_.waitFor("login ok alice id 1 last"), 0) << spi_.dump();
+  }
+  // The maps are guarded by the session lock; read them under it.
+  template <typename F>
+  auto locked(F f) {
+    velmar::utility::MutexLockGuard lock(api_.mutex_);
+    return f();
+  }
+
+  LogCapture log_{velmar::utility::Logger::INFO};
+  FrontSimulator sim_;
+  SessionSpi spi_;
+  MdApiImpl api_;
+};
+
+char id000001[16] = "000001";
+char id300446[16] = "300446";
+char id600000[16] = "600000";
+
+}  // namespace
+
+TEST_F(FrontSession, LoginRefusedThenAcceptedAndKeepAlivesOnlyAfterLogin) {
+  connect();
+  CVelmarReqUserLogin req{};
+  std::strcpy(req.UserID, "alice");
+  std::strcpy(req.Password, "wrong");
+  EXPECT_EQ(api_.ReqUserLogin(&req, 7), 0);
+  ASSERT_GE(spi_.waitFor("login refused -102 id 7"), 0) << spi_.dump();
+  EXPECT_FALSE(api_.loggedIn_.load());
+  // Connected for a while, not logged in: no keep-alive has gone out.
+  velmar::platform::sleepMs(1200);
+  EXPECT_EQ(sim_.keepAlivesReceived(), 0u);
+
+  std::strcpy(req.Password, "secret");
+  EXPECT_EQ(api_.ReqUserLogin(&req, 8), 0);
+  ASSERT_GE(spi_.waitFor("login ok alice id 8 last"), 0) << spi_.dump();
+  EXPECT_TRUE(api_.loggedIn_.load());
+  EXPECT_TRUE(sim_.waitForKeepAlives(1, 3000));
+  // A second login while logged in is refused locally.
+  EXPECT_EQ(api_.ReqUserLogin(&req, 9), -119);
+  EXPECT_GE(spi_.waitFor("error -119 Duplicated login id 9 last"), 0);
+}
+
+TEST_F(FrontSession, ReturnCodesOfEveryStateAndArgumentCheck) {
+  char* ids[] = {id000001};
+  CVelmarReqUserLogin req{};
+  std::strcpy(req.UserID, "alice");
+  std::strcpy(req.Password, "secret");
+  CVelmarReqUserLogout out{};
+  std::strcpy(out.UserID, "alice");
+
+  // Not connected: -116; the operations marked so also call OnRspError.
+  EXPECT_EQ(api_.ReqUserLogin(&req, 1), -116);
+  EXPECT_EQ(api_.SubMarketData(ids, 1, 2), -116);
+  EXPECT_EQ(api_.SubOrderBook(ids, 1, 3), -116);
+  EXPECT_EQ(api_.SubAllMarketData(1, 1, 4), -116);
+  EXPECT_EQ(api_.SubAllOrderBook(2, 5), -116);
+  EXPECT_EQ(spi_.count("error -116 failed to connect front server"), 2u) << spi_.dump();
+
+  connect();
+  // Connected, not logged in: -100.
+  EXPECT_EQ(api_.ReqUserLogout(&out, 1), -100);
+  EXPECT_EQ(api_.SubTickByTick(ids, 1, 2), -100);
+  EXPECT_EQ(api_.UnSubOrderBook(ids, 1, 3), -100);
+  EXPECT_EQ(api_.SubAllTickByTick(1, 4), -100);
+  EXPECT_EQ(spi_.count("error -100 Not logged in"), 2u) << spi_.dump();
+  // The record checks.
+  CVelmarReqUserLogin empty{};
+  EXPECT_EQ(api_.ReqUserLogin(&empty, 5), -120);
+  std::strcpy(empty.UserID, "alice");
+  EXPECT_EQ(api_.ReqUserLogin(&empty, 6), -120);
+  EXPECT_EQ(spi_.count("error -120 Field check error"), 2u);
+
+  ASSERT_EQ(api_.ReqUserLogin(&req, 7), 0);
+  ASSERT_GE(spi_.waitFor("login ok alice id 7 last"), 0);
+  EXPECT_EQ(api_.SubMarketData(nullptr, 1, 8), -112);
+  EXPECT_EQ(api_.SubMarketData(ids, 0, 8), -112);
+  EXPECT_EQ(api_.UnSubTickByTick(ids, -3, 8), -112);
+  EXPECT_EQ(api_.SubAllMarketData(1, 4, 9), -106);
+  EXPECT_EQ(api_.SubAllMarketData(8, 1, 9), -107);
+  EXPECT_EQ(api_.SubAllTickByTick(4, 9), -106);
+  EXPECT_EQ(api_.SubAllOrderBook(1, 9), -106);  // Shenzhen's bit is needed
+  EXPECT_FALSE(api_.allOrderBook_.load());
+  EXPECT_EQ(api_.SubAllOrderBook(3, 9), 0);
+  EXPECT_TRUE(api_.allOrderBook_.load());
+  EXPECT_EQ(api_.UnSubAllOrderBook(2, 9), 0);
+  EXPECT_FALSE(api_.allOrderBook_.load());
+  EXPECT_EQ(spi_.count("error"), 6u) << spi_.dump();  // the six above, no more
+}
+
+TEST_F(FrontSession, TwoHundredFiftyFourIdsFitAndOneMoreFails) {
+  login();
+  std::vector<std::vector<char>> storage(255, std::vector<char>(16, 0));
+  std::vector<char*> ids;
+  for (int i = 0; i < 255; ++i) {
+    std::snprintf(storage[i].data(), 16, "%06d", i);
+    ids.push_back(storage[i].data());
+  }
+  sim_.clearRequests();
+  EXPECT_EQ(api_.SubTickByTick(ids.data(), 254, 11), 0);
+  ASSERT_TRUE(sim_.waitForRequests(1));
+  EXPECT_EQ(sim_.request(0).value.size(), 4064u);
+  EXPECT_EQ(sim_.request(0).fieldId, 9u);
+  EXPECT_EQ(sim_.request(0).requestId, 11u);
+
+  EXPECT_EQ(api_.SubTickByTick(ids.data(), 255, 12), 0);
+  EXPECT_GE(spi_.waitFor("error -117 Fail to process transaction! id -1 last"), 0) << spi_.dump();
+}
+
+TEST_F(FrontSession, SubscriptionsChangeTheMapsOnlyWithTheLastMark) {
+  login();
+  char* ticks[] = {id000001, id300446};
+  sim_.setIdsPerPiece(1);  // each id in its own piece: only the last carries the mark
+  ASSERT_EQ(api_.SubTickByTick(ticks, 2, 20), 0);
+  ASSERT_GE(spi_.waitFor("sub ticks 300446 last"), 0) << spi_.dump();
+  EXPECT_GE(spi_.waitFor("sub ticks 000001"), 0);
+  EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.size(); }), 1u);
+  EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.count("300446"); }), 1u);
+
+  sim_.setIdsPerPiece(0);
+  char* books[] = {id000001, id300446};
+  ASSERT_EQ(api_.SubOrderBook(books, 2, 21), 0);
+  ASSERT_GE(spi_.waitFor("sub books 000001 300446 last"), 0);
+  EXPECT_EQ(locked([&] { return api_.szseOrderBookMap_.size(); }), 2u);
+  EXPECT_TRUE(log_.contains("szseOrderBookMap_ add subInstrumentID:300446"));
+  ASSERT_EQ(api_.UnSubOrderBook(books, 1, 22), 0);
+  ASSERT_GE(spi_.waitFor("unsub books 000001 last"), 0);
+  EXPECT_EQ(locked([&] { return api_.szseOrderBookMap_.count("000001"); }), 0u);
+
+  ASSERT_EQ(api_.SubAllTickByTick(3, 23), 0);
+  ASSERT_GE(spi_.waitFor("sub all ticks 3 last"), 0);
+  EXPECT_TRUE(api_.allTickExchange1_.load());
+  EXPECT_TRUE(api_.allTickExchange2_.load());
+  ASSERT_EQ(api_.UnSubAllTickByTick(1, 24), 0);
+  ASSERT_GE(spi_.waitFor("unsub all ticks 1 last"), 0);
+  EXPECT_FALSE(api_.allTickExchange1_.load());
+  EXPECT_TRUE(api_.allTickExchange2_.load());
+}
+
+TEST_F(FrontSession, MarketDataBatchCompletesTheSnapshotsAndFillsTheMaps) {
+  login();
+  char* ids[] = {id300446, id600000};
+  EXPECT_FALSE(api_.snapshotsComplete_.load());
+  ASSERT_EQ(api_.SubMarketData(ids, 2, 30), 0);
+  ASSERT_GE(spi_.waitFor("sub md 300446 600000 last"), 0) << spi_.dump();
+  ASSERT_TRUE(spi_.waitForCount("md ", 2)) << spi_.dump();
+  for (int i = 0; i < 200 && !api_.snapshotsComplete_.load(); ++i) velmar::platform::sleepMs(5);
+  EXPECT_TRUE(api_.snapshotsComplete_.load());
+  EXPECT_EQ(locked([&] { return api_.marketDataExchange2_.count("300446"); }), 1u);
+  EXPECT_EQ(locked([&] { return api_.marketDataExchange1_.count("600000"); }), 1u);
+
+  ASSERT_EQ(api_.UnSubMarketData(ids, 1, 31), 0);
+  ASSERT_GE(spi_.waitFor("unsub md 300446 last"), 0);
+  EXPECT_EQ(locked([&] { return api_.marketDataExchange2_.count("300446"); }), 0u);
+
+  ASSERT_EQ(api_.SubAllMarketData(7, 3, 32), 0);
+  ASSERT_GE(spi_.waitFor("sub all md 7 3 last"), 0) << spi_.dump();
+}
+
+TEST_F(FrontSession, StreamEdgesSplitJoinedUnknownAndFramingErrors) {
+  login();
+  char* ids[] = {id000001};
+  // A package cut across two reads.
+  sim_.splitNextPackages(1, 30);
+  ASSERT_EQ(api_.SubTickByTick(ids, 1, 40), 0);
+  ASSERT_GE(spi_.waitFor("sub ticks 000001 last"), 0) << spi_.dump();
+  // Two answers in one read, handled in order.
+  sim_.joinNextPackages(2);
+  ASSERT_EQ(api_.SubOrderBook(ids, 1, 41), 0);
+  ASSERT_EQ(api_.UnSubOrderBook(ids, 1, 42), 0);
+  int sub = spi_.waitFor("sub books 000001 last");
+  int unsub = spi_.waitFor("unsub books 000001 last");
+  ASSERT_GE(sub, 0);
+  EXPECT_GT(unsub, sub);
+
+  // An unknown field id: an INFO line, and everything buffered goes.
+  CVelmarRspInfo info{};
+  sim_.sendRaw(packageBytes(21, &info, sizeof info, 'S') +
+               packageBytes(32, &info, sizeof info, 'S'));
+  for (int i = 0; i < 200 && !log_.contains("Unkonwn Tid:21"); ++i) velmar::platform::sleepMs(5);
+  EXPECT_TRUE(log_.contains("Unkonwn Tid:21"));
+  // A framing error drops the bytes; the stream goes on with the next read.
+  std::string bad = packageBytes(32, &info, sizeof info, 'S', 3);
+  sim_.sendRaw(bad);
+  velmar::platform::sleepMs(50);
+  info.ErrorID = -1;
+  std::strcpy(info.ErrorMsg, "after");
+  sim_.sendRaw(packageBytes(32, &info, sizeof info, 'S'));
+  EXPECT_GE(spi_.waitFor("error -1 after id 0 last"), 0) << spi_.dump();
+  EXPECT_EQ(spi_.count("error 0"), 0u) << spi_.dump();
+  EXPECT_TRUE(api_.connected_.load());
+}
+
+TEST_F(FrontSession, LogoutDropsWhatFollowsInTheSameRead) {
+  login();
+  CVelmarRspUserLogout out{};
+  std::strcpy(out.UserID, "alice");
+  CVelmarRspInfo info{};
+  info.ErrorID = -5;
+  sim_.sendRaw(packageBytes(23, &out, sizeof out, 'S') +
+               packageBytes(32, &info, sizeof info, 'S'));
+  ASSERT_GE(spi_.waitFor("logout ok alice"), 0) << spi_.dump();
+  velmar::platform::sleepMs(50);
+  EXPECT_EQ(spi_.count("error -5"), 0u);
+  EXPECT_FALSE(api_.loggedIn_.load());
+  EXPECT_TRUE(api_.connected_.load());
+  EXPECT_TRUE(log_.contains("onLogout userID: alice"));
+}
+
+TEST_F(FrontSession, RequestsFromInsideCallbacksNeverDeadlock) {
+  std::vector<std::vector<char>> storage(255, std::vector<char>(16, 0));
+  std::vector<char*> many;
+  for (int i = 0; i < 255; ++i) {
+    std::snprintf(storage[i].data(), 16, "%06d", i);
+    many.push_back(storage[i].data());
+  }
+  char* ids[] = {id300446};
+  // Inside OnRspUserLogin (session lock held): a request that goes out, and
+  // one whose send fails and is reported under the same lock.
+  spi_.onLogin = [&](bool ok) {
+    if (!ok) return;
+    api_.SubMarketData(ids, 1, 50);
+    api_.SubTickByTick(many.data(), 255, 51);
+  };
+  bool once = false;
+  spi_.onMarketData = [&] {
+    if (once) return;
+    once = true;
+    api_.SubOrderBook(many.data(), 255, 52);
+  };
+  login();
+  ASSERT_GE(spi_.waitFor("sub md 300446 last"), 0) << spi_.dump();
+  ASSERT_TRUE(spi_.waitForCount("error -117", 2)) << spi_.dump();
+}
+
+TEST_F(FrontSession, SilenceWarnsRepeatedlyAndTheConnectionComesBack) {
+  api_.SetHeartbeatTimeout(1);
+  login();
+  sim_.setSilent(true);
+  ASSERT_TRUE(spi_.waitForCount("heartbeat 1", 1, 4000)) << spi_.dump();
+  // The write side is shut; the front closes its side, and the client
+  // reconnects with a fresh session.
+  sim_.setSilent(false);
+  ASSERT_GE(spi_.waitFor("disconnected 0", 0, 8000), 0) << spi_.dump();
+  EXPECT_FALSE(api_.loggedIn_.load());
+  EXPECT_GE(spi_.waitFor("connected", 1, 8000), 0) << spi_.dump();
+}
+
+TEST_F(FrontSession, ALostConnectionClearsTheSessionAndReconnects) {
+  login();
+  char* ids[] = {id000001};
+  ASSERT_EQ(api_.SubTickByTick(ids, 1, 60), 0);
+  ASSERT_GE(spi_.waitFor("sub ticks 000001 last"), 0);
+  ASSERT_EQ(api_.SubAllOrderBook(2, 61), 0);
+  const size_t before = spi_.size();
+  sim_.closeConnections();
+  ASSERT_GE(spi_.waitFor("disconnected 0", before), 0) << spi_.dump();
+  EXPECT_FALSE(api_.loggedIn_.load());
+  EXPECT_FALSE(api_.allOrderBook_.load());
+  EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.size(); }), 0u);
+  ASSERT_GE(spi_.waitFor("connected", before, 5000), 0) << spi_.dump();
+  EXPECT_TRUE(log_.contains("MdClient:127.0.0.1:" + std::to_string(sim_.port()) + "#2"));
+}
+
+TEST_F(FrontSession, FailedConnectsReportEachAttempt) {
+  sim_.stopListening();
+  api_.client_->connect();
+  ASSERT_TRUE(spi_.waitForCount("disconnected 4097", 2, 4000)) << spi_.dump();
+  EXPECT_EQ(spi_.count("connected"), 0u);
+  ASSERT_TRUE(sim_.resumeListening());
+  EXPECT_GE(spi_.waitFor("connected", 0, 6000), 0) << spi_.dump();
+}
