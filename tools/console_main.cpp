@@ -147,7 +147,9 @@ int parseOptions(int argc, char** argv, Options* o) {
     } else if (arg == "--password") {
       o->password = value;
     } else if (arg == "--md" || arg == "--ticks" || arg == "--books") {
-      std::vector<std::string>& list = arg == "--md" ? o->md : arg == "--ticks" ? o->ticks : o->books;
+      std::vector<std::string>& list = arg == "--md"      ? o->md
+                                       : arg == "--ticks" ? o->ticks
+                                                          : o->books;
       for (const std::string& id : splitIds(value)) {
         good = good && id.size() < 16;
         list.push_back(id);
@@ -359,7 +361,8 @@ class ConsoleSpi : public VelmarMdSpi {
       std::vector<char*> pointers(n);
       for (size_t i = 0; i < n; ++i) {
         buffers[i].fill('\0');
-        std::memcpy(buffers[i].data(), ids[at + i].data(), std::min<size_t>(15, ids[at + i].size()));
+        std::memcpy(buffers[i].data(), ids[at + i].data(),
+                    std::min<size_t>(15, ids[at + i].size()));
         pointers[i] = buffers[i].data();
       }
       check(name, (api_->*request)(pointers.data(), static_cast<int>(n), nextRequestId()));
@@ -458,6 +461,12 @@ std::string formatTime(int64_t stamp) {
   return text;
 }
 
+/// Milliseconds of the day of a stamp in either exchange's form.
+int64_t msOfDay(int64_t stamp) {
+  const int64_t t = stamp % 1000000000;
+  return t / 10000000 * 3600000 + t / 100000 % 100 * 60000 + t / 1000 % 100 * 1000 + t % 1000;
+}
+
 std::string frame(const Options& o, ConsoleSpi& spi, double seconds) {
   BookView book;
   RecordView record;
@@ -474,15 +483,15 @@ std::string frame(const Options& o, ConsoleSpi& spi, double seconds) {
   std::snprintf(line, sizeof line, "vlmd-console  %s  %s  %.1f s  %s", o.front.c_str(),
                 o.mcast.c_str(), seconds, spi.loggedIn ? "logged in" : "not logged in");
   add(line);
-  std::snprintf(line, sizeof line,
-                "market data %lld   ticks %lld (orders %lld, trades %lld, cancels %lld)   "
-                "books %lld   errors %lld",
-                static_cast<long long>(spi.marketData.load()),
-                static_cast<long long>(spi.tickOrders + spi.tickTrades + spi.tickCancels),
-                static_cast<long long>(spi.tickOrders.load()),
-                static_cast<long long>(spi.tickTrades.load()),
-                static_cast<long long>(spi.tickCancels.load()),
-                static_cast<long long>(spi.books.load()), static_cast<long long>(spi.errors.load()));
+  std::snprintf(
+      line, sizeof line,
+      "market data %lld   ticks %lld (orders %lld, trades %lld, cancels %lld)   "
+      "books %lld   errors %lld",
+      static_cast<long long>(spi.marketData.load()),
+      static_cast<long long>(spi.tickOrders + spi.tickTrades + spi.tickCancels),
+      static_cast<long long>(spi.tickOrders.load()), static_cast<long long>(spi.tickTrades.load()),
+      static_cast<long long>(spi.tickCancels.load()), static_cast<long long>(spi.books.load()),
+      static_cast<long long>(spi.errors.load()));
   add(line);
   add("");
   const bool showTruth = !o.trueBookPath.empty();
@@ -505,6 +514,14 @@ std::string frame(const Options& o, ConsoleSpi& spi, double seconds) {
   std::snprintf(line, sizeof line, "%s  last %.2f  vol %lld", formatTime(truth.time).c_str(),
                 truth.last, static_cast<long long>(truth.volume));
   right = truth.ok ? line : "";
+  if (truth.ok && book.seen && truth.time > 0 && book.updateTime > 0) {
+    // The two books are read at different moments; say how far apart.
+    const int64_t apart = msOfDay(truth.time) - msOfDay(book.updateTime);
+    std::snprintf(line, sizeof line, "  (%lld ms %s)",
+                  static_cast<long long>(apart < 0 ? -apart : apart),
+                  apart < 0 ? "older" : "newer");
+    if (apart != 0) right += line;
+  }
   pair(left, right, false);
   std::snprintf(line, sizeof line, "%-6s %10s %9s %5s", "", "price", "qty", "ord");
   pair(line, line, false);
@@ -526,10 +543,11 @@ std::string frame(const Options& o, ConsoleSpi& spi, double seconds) {
   } else {
     add("");
   }
+  add("ord: orders on the level; the rebuilt book counts those it has seen arrive");
   if (showTruth && truth.ok) {
     add(differ == 0 ? "all levels agree with the true book"
-                    : "* level differs from the true book (the two are read at different moments;"
-                      " the next snapshot corrects the rebuilt book)");
+                    : "*: the level differs from the true book (read at another moment, or"
+                      " not yet corrected by a snapshot)");
   }
   return out;
 }
@@ -547,14 +565,15 @@ void enableTerminalEscapes() {
 void printSummary(ConsoleSpi& spi, double seconds) {
   const long long orders = spi.tickOrders, trades = spi.tickTrades, cancels = spi.tickCancels;
   std::printf("\nvlmd-console summary after %.1f s\n", seconds);
-  std::printf("  front          %lld connected, %lld disconnected, %lld failed connects, "
-              "%lld heartbeat warnings\n",
-              static_cast<long long>(spi.connects.load()),
-              static_cast<long long>(spi.disconnects.load()),
-              static_cast<long long>(spi.connectFailures.load()),
-              static_cast<long long>(spi.heartbeatWarnings.load()));
+  std::printf(
+      "  front          %lld connected, %lld disconnected, %lld failed connects, "
+      "%lld heartbeat warnings\n",
+      static_cast<long long>(spi.connects.load()), static_cast<long long>(spi.disconnects.load()),
+      static_cast<long long>(spi.connectFailures.load()),
+      static_cast<long long>(spi.heartbeatWarnings.load()));
   std::printf("  logins         %lld accepted; %lld subscription answers\n",
-              static_cast<long long>(spi.logins.load()), static_cast<long long>(spi.answers.load()));
+              static_cast<long long>(spi.logins.load()),
+              static_cast<long long>(spi.answers.load()));
   std::printf("  market data    %lld (Shanghai %lld, Shenzhen %lld)\n",
               static_cast<long long>(spi.marketData.load()),
               static_cast<long long>(spi.marketDataSh.load()),
@@ -569,11 +588,12 @@ void printSummary(ConsoleSpi& spi, double seconds) {
               byId.c_str());
   std::printf("  errors         %lld\n", static_cast<long long>(spi.errors.load()));
   for (const std::string& e : spi.errorTexts()) std::printf("                 %s\n", e.c_str());
-  std::printf("summary md=%lld ticks=%lld orders=%lld trades=%lld books=%lld errors=%lld "
-              "logins=%lld\n",
-              static_cast<long long>(spi.marketData.load()), orders + trades + cancels, orders,
-              trades + cancels, static_cast<long long>(spi.books.load()),
-              static_cast<long long>(spi.errors.load()), static_cast<long long>(spi.logins.load()));
+  std::printf(
+      "summary md=%lld ticks=%lld orders=%lld trades=%lld books=%lld errors=%lld "
+      "logins=%lld\n",
+      static_cast<long long>(spi.marketData.load()), orders + trades + cancels, orders,
+      trades + cancels, static_cast<long long>(spi.books.load()),
+      static_cast<long long>(spi.errors.load()), static_cast<long long>(spi.logins.load()));
   std::fflush(stdout);
 }
 

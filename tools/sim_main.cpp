@@ -58,6 +58,7 @@ const char kUsage[] =
     "  --rate N             feed datagrams per second (default 200; 0 as fast as\n"
     "                       possible)\n"
     "  --duration S         stop after S seconds (default: until interrupted)\n"
+    "  --sessions N         stop once N client connections have come and gone\n"
     "  --seed N             seed of the synthetic market (default 1)\n"
     "  --snapshot-ms N      simulated milliseconds between snapshot rounds\n"
     "                       (default 3000)\n"
@@ -94,7 +95,8 @@ struct Options {
   std::string group = "239.255.0.1";
   uint16_t groupPort = 30001;
   double rate = 200;
-  double duration = 0;  // 0: no limit
+  double duration = 0;    // 0: no limit
+  uint64_t sessions = 0;  // 0: no limit
   uint64_t seed = 1;
   int64_t snapshotMs = 3000;
   int32_t tradingDay = 0;  // 0: today
@@ -183,14 +185,16 @@ int parseOptions(int argc, char** argv, Options* o) {
       good = parseNumber(value, &o->rate);
     } else if (arg == "--duration") {
       good = parseNumber(value, &o->duration);
+    } else if (arg == "--sessions") {
+      good = parseInteger(value, 1000000, &o->sessions);
     } else if (arg == "--seed") {
       good = parseInteger(value, UINT64_MAX, &o->seed);
     } else if (arg == "--snapshot-ms") {
       good = parseInteger(value, 86400000, &n);
       o->snapshotMs = static_cast<int64_t>(n);
     } else if (arg == "--trading-day") {
-      good = parseInteger(value, 99991231, &n) && n >= 19700101 && n % 100 >= 1 &&
-             n % 100 <= 31 && n / 100 % 100 >= 1 && n / 100 % 100 <= 12;
+      good = parseInteger(value, 99991231, &n) && n >= 19700101 && n % 100 >= 1 && n % 100 <= 31 &&
+             n / 100 % 100 >= 1 && n / 100 % 100 <= 12;
       o->tradingDay = static_cast<int32_t>(n);
     } else if (arg == "--replay") {
       o->replayPath = value;
@@ -379,8 +383,7 @@ void runFeed(const Options& o, Source& source, MulticastSender& sender, SharedRe
     }
     // Sleep in slices so that a stop ends the wait soon.
     for (int64_t now = elapsedUs(); dueUs > now + 500 && !g_stop; now = elapsedUs()) {
-      std::this_thread::sleep_for(
-          std::chrono::microseconds(std::min<int64_t>(dueUs - now, 50000)));
+      std::this_thread::sleep_for(std::chrono::microseconds(std::min<int64_t>(dueUs - now, 50000)));
     }
     if (g_stop) break;
     if (sender.send(d.bytes.data(), d.bytes.size())) {
@@ -482,7 +485,11 @@ int main(int argc, char** argv) {
   const auto deadline = begin + std::chrono::microseconds(static_cast<int64_t>(o.duration * 1e6));
   // A finished recording leaves the front up until the end: clients keep
   // their records.
+  const int sessions = static_cast<int>(o.sessions);
   while (!g_stop && (o.duration == 0 || std::chrono::steady_clock::now() < deadline)) {
+    if (sessions > 0 && front.acceptedConnections() >= sessions && front.openConnections() == 0) {
+      break;
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
   g_stop = true;
@@ -490,10 +497,11 @@ int main(int argc, char** argv) {
   front.stop();
   const double seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
-  std::printf("vlmd-sim: %lld datagrams sent in %.1f s, %lld failed; front: %zu requests, "
-              "%d connections\n",
-              static_cast<long long>(stats.sent.load()), seconds,
-              static_cast<long long>(stats.failures.load()), front.requestCount(),
-              front.acceptedConnections());
+  std::printf(
+      "vlmd-sim: %lld datagrams sent in %.1f s, %lld failed; front: %zu requests, "
+      "%d connections\n",
+      static_cast<long long>(stats.sent.load()), seconds,
+      static_cast<long long>(stats.failures.load()), front.requestCount(),
+      front.acceptedConnections());
   return stats.failed ? 1 : 0;
 }

@@ -62,7 +62,8 @@ TEST(SimRecords, RecordsTakenBetweenStepsNeverHideTheNextSnapshot) {
         exchange = 1, id = sh.SecurityID, volume = static_cast<int64_t>(sh.TotalVolumeTrade / 1000);
         stamp = sh.DataTimeStamp;
       } else if (decode(p, n, &szi)) {
-        exchange = 2, id = szi.SecurityID, volume = static_cast<int64_t>(szi.TotalVolumeTrade / 100);
+        exchange = 2, id = szi.SecurityID,
+        volume = static_cast<int64_t>(szi.TotalVolumeTrade / 100);
         stamp = szi.OrigTime;
       } else if (decode(p, n, &shi)) {
         exchange = 1, id = shi.SecurityID;

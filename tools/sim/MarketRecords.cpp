@@ -141,7 +141,8 @@ CVelmarMarketData indexRecord(const IndexValue& x, int64_t stamp) {
 }
 
 int64_t engineStamp(const MarketEngine& engine, Exchange exchange, int64_t offsetMs) {
-  const int64_t ms = std::max<int64_t>(0, engine.config().startMs + engine.nowUs() / 1000 + offsetMs);
+  const int64_t ms =
+      std::max<int64_t>(0, engine.config().startMs + engine.nowUs() / 1000 + offsetMs);
   return exchange == Exchange::kShenzhen ? shenzhenStamp(engine.config().tradingDay, ms)
                                          : static_cast<int64_t>(shanghaiStamp(ms));
 }
@@ -155,8 +156,8 @@ std::vector<CVelmarMarketData> engineRecords(const MarketEngine& engine) {
       // An index's next value may be stamped with the clock's present
       // millisecond; one earlier keeps the record behind it whatever the
       // volume.
-      out.push_back(indexRecord(engine.index(c.exchange, c.id),
-                                engineStamp(engine, c.exchange, -1)));
+      out.push_back(
+          indexRecord(engine.index(c.exchange, c.id), engineStamp(engine, c.exchange, -1)));
     }
   }
   return out;
@@ -378,10 +379,11 @@ std::vector<CVelmarMarketData> FeedRecords::records() const {
 std::string trueBookText(const TrueBook& b) {
   std::string out = "vlmd-true-book 1\n";
   char line[192];
-  std::snprintf(line, sizeof line, "id %s exchange %u time %lld last %.2f volume %lld trades %lld\n",
-                b.id.c_str(), static_cast<unsigned>(b.exchange),
-                static_cast<long long>(b.updateTime), fenToYuan(b.lastPrice),
-                static_cast<long long>(b.volume), static_cast<long long>(b.numTrades));
+  std::snprintf(line, sizeof line,
+                "id %s exchange %u time %lld last %.2f volume %lld trades %lld\n", b.id.c_str(),
+                static_cast<unsigned>(b.exchange), static_cast<long long>(b.updateTime),
+                fenToYuan(b.lastPrice), static_cast<long long>(b.volume),
+                static_cast<long long>(b.numTrades));
   out += line;
   auto side = [&](const char* name, const std::array<BookLevel, kBookLevels>& levels) {
     for (size_t i = 0; i < kBookLevels && levels[i].price != 0; ++i) {
