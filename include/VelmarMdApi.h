@@ -85,8 +85,8 @@ namespace mdapi {
 ///   library's own checks (lock not held) and OnRspError -117 for a request
 ///   that could not be sent (lock held).
 ///
-/// Callbacks marked "held" never run at the same time as one another; the
-/// others may run beside any callback. An application that shares data
+/// Callbacks that run with the lock held never run at the same time as one
+/// another; the others may run beside any callback. An application that shares data
 /// between callbacks and its own threads needs its own protection.
 ///
 /// A callback must return quickly and must not call Init, Join or Release.
