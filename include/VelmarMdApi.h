@@ -9,6 +9,46 @@
 #ifndef VELMAR_MD_API_H
 #define VELMAR_MD_API_H
 
+/// @file VelmarMdApi.h
+/// The session class VelmarMdApi and the callback class VelmarMdSpi.
+///
+/// A session in short:
+/// @code
+///   VelmarMdApi* api = VelmarMdApi::CreateMdUserApi();
+///   api->RegisterSpi(&mySpi);                       // lives as long as the process
+///   api->RegisterFront("tcp://10.0.0.1:7001");
+///   api->RegisterMulticast("udp://239.1.1.1:30001");
+///   api->RegisterMulticastInterface("10.0.0.5");    // local address that joins the group
+///   api->Init();                                    // 0, or -115 for a bad address
+///   // OnFrontConnected -> ReqUserLogin; OnRspUserLogin -> Sub...; data follows
+///   api->Release();                                 // at the end, from an application thread
+///   api->Join();
+/// @endcode
+///
+/// Threads. Init starts three threads that belong to the session: the front
+/// loop (the TCP connection, its answers and timers; it ends with Release),
+/// the multicast receiver and the book thread (both run until the process
+/// ends). A fourth thread, started by the first Init of the process, writes
+/// the log to ./log/md under the working directory.
+///
+/// The session lock. Most callbacks run with the session's lock held, so that
+/// no two of them overlap; each callback's comment says whether it does. A
+/// callback that takes long holds up the other threads at their next use of
+/// the lock. The lock is not recursive, but the library never takes it again
+/// on a thread that holds it, so requests may be made from any callback.
+///
+/// Rules for the application:
+/// - Every pointer handed to a callback is valid during the call only; copy
+///   what you keep.
+/// - Never call Init, Join or Release from a callback.
+/// - Never make two requests at the same time from different threads: the
+///   request path reuses one buffer without a lock. Requests made from
+///   callbacks that hold the session lock are serialised by it.
+/// - Never delete the VelmarMdApi (its destructor is protected), and keep the
+///   VelmarMdSpi alive until the process ends: the receiver and book threads
+///   use both until then.
+/// - Callbacks let no exception escape; the library does not catch them.
+
 #include "VelmarMdStruct.h"
 
 #if defined(_WIN32)
@@ -29,70 +69,132 @@ namespace mdapi {
 /// Callbacks of one session. Derive from this class and override what you
 /// need; every operation has an empty body.
 ///
-/// Threading: callbacks come on the front loop thread, on the multicast
-/// receiver thread (OnRtnMarketData, OnRtnTickByTick from the feed), on the
-/// book thread (OnRtnOrderBook) and, for errors the library detects itself, on
-/// the thread that made the request. Most callbacks run under the session
-/// lock, so they never overlap one another; a callback must return quickly and
-/// must not call Init, Join or Release. Requests from inside a callback are
-/// allowed. Every pointer argument is valid during the call only.
+/// Where each callback runs, and whether the session lock is held:
+/// - front loop, lock held: OnFrontConnected, OnFrontDisconnected,
+///   OnRspError for the front's errors, OnRspUserLogin, OnRspUserLogout, the
+///   six instrument answers (OnRspSubMarketData to OnRspUnSubTickByTick,
+///   OnRspSubOrderBook, OnRspUnSubOrderBook), and OnRtnMarketData and
+///   OnRtnTickByTick for records sent by the front;
+/// - front loop, lock not held: OnHeartBeatWarning and the answers to the
+///   "all" requests (OnRspSubAllMarketData, OnRspUnSubAllMarketData,
+///   OnRspSubAllTickByTick, OnRspUnSubAllTickByTick);
+/// - multicast receiver, lock held: OnRtnMarketData when a feed snapshot has
+///   updated a record, OnRtnTickByTick for a feed order or trade;
+/// - book thread, lock held: OnRtnOrderBook;
+/// - the thread that made a request: OnRspError for a refusal by the
+///   library's own checks (lock not held) and OnRspError -117 for a request
+///   that could not be sent (lock held).
+///
+/// Callbacks that run with the lock held never run at the same time as one
+/// another; the others may run beside any callback. An application that shares data
+/// between callbacks and its own threads needs its own protection.
+///
+/// A callback must return quickly and must not call Init, Join or Release.
+/// Requests from inside a callback are allowed. Every pointer argument is
+/// valid during the call only.
 class VelmarMdSpi {
  public:
-  /// The TCP connection to the front is up; log in now.
+  /// The TCP connection to the front is up; log in now (ReqUserLogin may be
+  /// called from here). Comes again after every reconnect, with login and
+  /// subscriptions gone. Front loop thread, session lock held.
   virtual void OnFrontConnected() {}
   /// 0: an established connection went down. 4097: a connect attempt failed,
-  /// another follows. Login and all subscriptions are gone in both cases.
+  /// another follows. Login and all subscriptions are gone in both cases; the
+  /// library reconnects to the same front by itself.
+  /// Front loop thread, session lock held.
   virtual void OnFrontDisconnected(int reason) { (void)reason; }
-  /// Nothing arrived from the front for `seconds`; repeats until the
-  /// connection is down.
+  /// Nothing arrived from the front for `seconds`; repeats every `seconds`
+  /// until the connection is down. Front loop thread, session lock not held.
   virtual void OnHeartBeatWarning(int seconds) { (void)seconds; }
+  /// An error. `info->ErrorID` is a negative error id, `info->ErrorMsg` its
+  /// text. Three sources:
+  /// - the front refused a request: front loop thread, session lock held;
+  /// - the library refused a request by its own checks (not connected, not
+  ///   logged in, a bad argument): on the thread that made the request, before
+  ///   the request returns, session lock not held; `requestId` is the
+  ///   request's, `isLast` true;
+  /// - a request could not be built or sent: ErrorID -117, `requestId` -1,
+  ///   on the thread that made the request, session lock held.
+  ///
+  /// `info` is valid during the call only; for the library's own errors it is
+  /// a scratch record that the next error overwrites.
   virtual void OnRspError(CVelmarRspInfo* info, int requestId, bool isLast) {
     (void)info, (void)requestId, (void)isLast;
   }
-  /// Accepted: login set, info null. Refused: login null, info set.
+  /// Accepted: login set, info null. Refused: login null, info set. Subscribe
+  /// from here. Front loop thread, session lock held; both pointers are valid
+  /// during the call only.
   virtual void OnRspUserLogin(CVelmarRspUserLogin* login, CVelmarRspInfo* info, int requestId,
                               bool isLast) {
     (void)login, (void)info, (void)requestId, (void)isLast;
   }
+  /// Accepted: logout set, info null. Refused: logout null, info set.
+  /// Front loop thread, session lock held; pointers valid during the call only.
   virtual void OnRspUserLogout(CVelmarRspUserLogout* logout, CVelmarRspInfo* info, int requestId,
                                bool isLast) {
     (void)logout, (void)info, (void)requestId, (void)isLast;
   }
+  /// Answer to SubAllMarketData, with the front's tick type and exchange bits.
+  /// Front loop thread, session lock not held.
   virtual void OnRspSubAllMarketData(int tickType, int exchange, int requestId, bool isLast) {
     (void)tickType, (void)exchange, (void)requestId, (void)isLast;
   }
+  /// Answer to UnSubAllMarketData. Front loop thread, session lock not held.
   virtual void OnRspUnSubAllMarketData(int tickType, int exchange, int requestId, bool isLast) {
     (void)tickType, (void)exchange, (void)requestId, (void)isLast;
   }
+  /// Answer to SubAllTickByTick, with the exchange bits.
+  /// Front loop thread, session lock not held.
   virtual void OnRspSubAllTickByTick(int exchange, int requestId, bool isLast) {
     (void)exchange, (void)requestId, (void)isLast;
   }
+  /// Answer to UnSubAllTickByTick. Front loop thread, session lock not held.
   virtual void OnRspUnSubAllTickByTick(int exchange, int requestId, bool isLast) {
     (void)exchange, (void)requestId, (void)isLast;
   }
+  /// Answer to SubMarketData with the ids it names; a long answer comes in
+  /// several calls, the last with `isLast` true, and an empty one not at all.
   /// instrumentIds: `count` pointers to 16-byte NUL-padded ids, released after
-  /// the call.
+  /// the call. Front loop thread, session lock held. The same holds for the
+  /// five other instrument answers below.
   virtual void OnRspSubMarketData(char** instrumentIds, int count, int requestId, bool isLast) {
     (void)instrumentIds, (void)count, (void)requestId, (void)isLast;
   }
+  /// Answer to UnSubMarketData; as OnRspSubMarketData.
   virtual void OnRspUnSubMarketData(char** instrumentIds, int count, int requestId, bool isLast) {
     (void)instrumentIds, (void)count, (void)requestId, (void)isLast;
   }
+  /// Answer to SubTickByTick; as OnRspSubMarketData.
   virtual void OnRspSubTickByTick(char** instrumentIds, int count, int requestId, bool isLast) {
     (void)instrumentIds, (void)count, (void)requestId, (void)isLast;
   }
+  /// Answer to UnSubTickByTick; as OnRspSubMarketData.
   virtual void OnRspUnSubTickByTick(char** instrumentIds, int count, int requestId, bool isLast) {
     (void)instrumentIds, (void)count, (void)requestId, (void)isLast;
   }
   /// The library's stored record of the instrument; read it during the call.
+  /// Comes on the front loop thread for the records the front sends after a
+  /// subscription, and on the multicast receiver thread when a feed snapshot
+  /// has updated the record; session lock held in both cases. Other threads
+  /// change the record under that lock after the call: copy what you keep.
   virtual void OnRtnMarketData(CVelmarMarketData* data) { (void)data; }
-  /// A scratch record, overwritten by the next message.
+  /// A scratch record, overwritten by the next message. Comes on the front
+  /// loop thread for records from the front, and on the multicast receiver
+  /// thread for feed orders and trades of subscribed instruments that passed
+  /// the sequence check; session lock held in both cases.
   virtual void OnRtnTickByTick(CVelmarTickByTick* data) { (void)data; }
-  /// The live book, on the book thread; copy what you keep, never write to it.
+  /// The live book, on the book thread with the session lock held, once for
+  /// every feed message that the book accepted, whether it changed the levels
+  /// or not. Copy what you keep, never write to it (the order-list strings
+  /// included).
   virtual void OnRtnOrderBook(CVelmarOrderBook* book) { (void)book; }
+  /// Answer to SubOrderBook; as OnRspSubMarketData. The library keeps a book
+  /// for each id of an answer with `isLast` true; it fills from the
+  /// instrument's next feed snapshot on.
   virtual void OnRspSubOrderBook(char** instrumentIds, int count, int requestId, bool isLast) {
     (void)instrumentIds, (void)count, (void)requestId, (void)isLast;
   }
+  /// Answer to UnSubOrderBook; as OnRspSubMarketData.
   virtual void OnRspUnSubOrderBook(char** instrumentIds, int count, int requestId, bool isLast) {
     (void)instrumentIds, (void)count, (void)requestId, (void)isLast;
   }
@@ -102,25 +204,54 @@ class VelmarMdSpi {
 
 /// One market-data session. Created by CreateMdUserApi; never deleted: an
 /// initialised session's threads use the object until the process ends.
+///
+/// Register everything before Init, from one thread. Requests return 0 when
+/// the request went out (or could not be sent: then OnRspError -117 follows),
+/// or a negative error id:
+///
+/// | Code | Meaning |
+/// |---|---|
+/// | -116 | not connected to the front (wait for OnFrontConnected) |
+/// | -100 | not logged in (wait for OnRspUserLogin) |
+/// | -119 | ReqUserLogin while logged in |
+/// | -120 | a record's check failed (an empty UserID or Password) |
+/// | -112 | instrument array null or count 0 |
+/// | -106 | no valid exchange bit |
+/// | -107 | no valid tick type bit |
+///
+/// Exchanges are bits: 1 Shanghai, 2 Shenzhen, 3 both. Instrument ids are
+/// passed as an array of pointers, each to a buffer of at least 16 bytes
+/// holding a NUL-padded id; exactly 16 bytes are read from each.
+///
+/// Requests run on the calling thread. Make them from one thread at a time:
+/// the request path reuses one buffer without a lock.
 class VLMDAPI_EXPORT VelmarMdApi {
  public:
   /// Creates a session object, or returns null if memory is short. The text
-  /// is reserved and not used.
+  /// is reserved and not used. Any number of objects may be created; each
+  /// initialised one has threads of its own.
   static VelmarMdApi* CreateMdUserApi(const char* reserved = "");
-  /// "VELMAR_API_V1.0.1".
+  /// "VELMAR_API_V" and the library's version, as "VELMAR_API_V1.0.1".
+  /// Works before Init.
   static const char* GetVersion();
 
   /// Stops reconnecting and ends the front loop. The feed and book threads
-  /// run on to the end of the process with the feed gate closed.
+  /// run on to the end of the process with the feed gate closed. Make no
+  /// request afterwards. Not from a callback.
   virtual void Release() = 0;
   /// Starts the session: 0, -999 if it has run before, -115 for a missing or
-  /// malformed front, multicast or local address.
+  /// malformed front, multicast or local address. Creates ./log/md under the
+  /// working directory for the log and sets the log level to DEBUG. Not from a
+  /// callback.
   virtual int Init() = 0;
-  /// Waits until the front loop has ended (after Release). Returns 0.
+  /// Waits until the front loop has ended (after Release). Returns 0. Not
+  /// from a callback.
   virtual int Join() = 0;
-  /// Local date of the first call in the process, as YYYYMMDD.
+  /// Local date of the first call in the process, as YYYYMMDD. The text is
+  /// kept for the life of the process.
   virtual const char* GetTradingDay() = 0;
-  /// "tcp://host:port"; one is chosen at random by Init.
+  /// "tcp://host:port"; one is chosen at random by Init and kept for every
+  /// reconnect. The text is copied; only Init looks at it.
   virtual void RegisterFront(const char* address) = 0;
   /// "udp://group:port"; one is chosen at random by Init.
   virtual void RegisterMulticast(const char* address) = 0;
@@ -128,25 +259,45 @@ class VLMDAPI_EXPORT VelmarMdApi {
   virtual void RegisterLocalTcpAddress(const char* address) = 0;
   /// Dotted IPv4 address of the interface that joins the group; optional.
   virtual void RegisterMulticastInterface(const char* address) = 0;
+  /// Kept and not used.
   virtual void SetUserString(const char* text) = 0;
+  /// The callback object; must be set before Init and stay alive until the
+  /// process ends. Not owned.
   virtual void RegisterSpi(VelmarMdSpi* spi) = 0;
-  /// Seconds of front silence before OnHeartBeatWarning; default 30.
+  /// Seconds of front silence before OnHeartBeatWarning; default 30. Takes
+  /// effect when the receive time-out is next armed.
   virtual void SetHeartbeatTimeout(unsigned int seconds) = 0;
 
+  /// Logs in; the answer is OnRspUserLogin. Call it on OnFrontConnected.
+  /// Refusals by the library's checks also come as OnRspError on this thread.
   virtual int ReqUserLogin(CVelmarReqUserLogin* request, int requestId) = 0;
+  /// Logs out; the answer is OnRspUserLogout.
   virtual int ReqUserLogout(CVelmarReqUserLogout* request, int requestId) = 0;
+  /// Market data of every instrument of the exchanges in `exchange`; tickType
+  /// is a mask of the bits 1, 2 and 4. Answer: OnRspSubAllMarketData.
   virtual int SubAllMarketData(int tickType, int exchange, int requestId) = 0;
   virtual int UnSubAllMarketData(int tickType, int exchange, int requestId) = 0;
+  /// Tick-by-tick orders and trades of every instrument of the exchanges in
+  /// `exchange`. Answer: OnRspSubAllTickByTick.
   virtual int SubAllTickByTick(int exchange, int requestId) = 0;
   virtual int UnSubAllTickByTick(int exchange, int requestId) = 0;
   /// instrumentIds: `count` pointers, each to a buffer of at least 16 bytes;
-  /// at most 254 ids per request.
+  /// at most 254 ids per request. Answer: OnRspSubMarketData, then the
+  /// instruments' records through OnRtnMarketData.
   virtual int SubMarketData(char** instrumentIds, int count, int requestId) = 0;
   virtual int UnSubMarketData(char** instrumentIds, int count, int requestId) = 0;
+  /// Tick-by-tick orders and trades of these instruments, at most 254 ids.
+  /// Answer: OnRspSubTickByTick.
   virtual int SubTickByTick(char** instrumentIds, int count, int requestId) = 0;
   virtual int UnSubTickByTick(char** instrumentIds, int count, int requestId) = 0;
+  /// Passes every Shenzhen message to the book thread; `exchange` must have
+  /// bit 2. Books are still kept only for the ids of SubOrderBook. No answer
+  /// callback.
   virtual int SubAllOrderBook(int exchange, int requestId) = 0;
   virtual int UnSubAllOrderBook(int exchange, int requestId) = 0;
+  /// Rebuilt ten-level books of these Shenzhen instruments, at most 254 ids.
+  /// Answer: OnRspSubOrderBook, then OnRtnOrderBook. The library's checks
+  /// report by return code only, with no OnRspError.
   virtual int SubOrderBook(char** instrumentIds, int count, int requestId) = 0;
   virtual int UnSubOrderBook(char** instrumentIds, int count, int requestId) = 0;
 

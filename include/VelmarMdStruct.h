@@ -8,6 +8,13 @@
 #ifndef VELMAR_MD_STRUCT_H
 #define VELMAR_MD_STRUCT_H
 
+/// @file VelmarMdStruct.h
+/// The records that requests take and callbacks hand over. Texts are
+/// fixed-size char arrays, NUL-padded; an id that fills its array has no NUL.
+/// Prices are in yuan (index values in points) and quantities in shares, as
+/// the library converts them from the feed. A record passed to a callback is
+/// valid during the call only.
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -66,11 +73,12 @@ struct CVelmarSubAllRecord {
 /// One tick-by-tick order or trade. 112 bytes. Also received whole from the
 /// front as field 34. The order part and the trade part overlay each other from
 /// offset 80 on; `TickType` says which one is valid (1 order, 2 trade).
+/// Shenzhen cancellations arrive as trades with `TradeFlag` '4'.
 struct CVelmarTickByTick {
   uint32_t ExchangeID;  ///< 1 Shanghai, 2 Shenzhen
   char SecurityID[20];
-  int64_t SeqNo;
-  int64_t TickTime;
+  int64_t SeqNo;      ///< the message's number in its channel
+  int64_t TickTime;   ///< the exchange's time stamp, as the feed carries it
   uint32_t TickType;  ///< 1 order, 2 trade
   uint32_t Padding1;  ///< always 0
   uint32_t ChannelNo;
@@ -78,18 +86,27 @@ struct CVelmarTickByTick {
   int64_t ApplSeqNum;
   double Price;
   int64_t Qty;
+// Anonymous structs in a union are an extension that g++, clang and MSVC all
+// accept; keep applications built with -Wpedantic quiet about it.
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpedantic"
+#endif
   union {
     struct {
-      char Side;     ///< order only
+      char Side;     ///< order only: '1' buy, '2' sell
       char OrdType;  ///< order only
     };
     struct {
       double TradeMoney;        ///< trade only
       int64_t BidApplSeqNum;    ///< trade only
       int64_t OfferApplSeqNum;  ///< trade only
-      char TradeFlag;           ///< trade only
+      char TradeFlag;           ///< trade only: Shenzhen 'F' executed, '4' cancelled
     };
   };
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
 };
 
 /// Latest state of one instrument. 1160 bytes. Delivered whole by the front as
@@ -108,7 +125,7 @@ struct CVelmarMarketData {
   char FrontOnly1[48];
   double UpperLimitPrice;
   double LowerLimitPrice;
-  int64_t UpdateTime;
+  int64_t UpdateTime;  ///< exchange time stamp of the last applied snapshot
   int64_t TotalVolume;
   double TotalValue;
   double AvgPrice;

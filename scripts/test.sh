@@ -1,15 +1,18 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds every configuration and runs all tests:
 #   linux    native build (libVLMdApi.so), unit and process tests
+#   examples install of the native build; examples/ built against it with
+#            find_package and run against the simulators
 #   asan     the same tests under AddressSanitizer + UndefinedBehaviorSanitizer
 #   tsan     the same tests under ThreadSanitizer
-#   windows  mingw-w64 cross build (VLMdApi.dll), tests under wine64
+#   windows  mingw-w64 cross build (VLMdApi.dll), tests under wine64; the
+#            examples compiled against its install
 #   fuzz     libFuzzer targets for a bounded time
 # VLMD_PARTS="linux tsan" runs a subset. Build trees go to build/<part>.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
-parts=${VLMD_PARTS:-"linux asan tsan windows fuzz"}
+parts=${VLMD_PARTS:-"linux examples asan tsan windows fuzz"}
 jobs=${VLMD_JOBS:-$(nproc)}
 
 "$root/scripts/install-deps.sh"
@@ -27,6 +30,59 @@ run_ctest() {  # dir, extra ctest args...
   ctest --test-dir "$dir" --output-on-failure -j "$jobs" "$@"
 }
 
+examples=(minimal book_printer)
+
+build_examples() {  # build dir, extra cmake args...
+  local dir=$1; shift
+  for ex in "${examples[@]}"; do
+    cmake -S "$root/examples/$ex" -B "$dir/$ex" -G Ninja "${launcher[@]}" "$@" >/dev/null
+    cmake --build "$dir/$ex" -j "$jobs"
+  done
+}
+
+# Runs both examples for a few seconds each against the front and feed
+# simulators, from a scratch folder (the library writes ./log/md), and checks
+# that each exits with 0 and printed data.
+run_examples() {  # simulator dir, examples build dir
+  local tools=$1 built=$2 seconds=4
+  local tmp; tmp=$(mktemp -d)
+  local group=239.255.77.1 mport=$((30000 + $$ % 20000))
+  "$tools/front/vlmd-front-sim" --listen 127.0.0.1:0 --quiet --duration 30 >"$tmp/front.txt" 2>&1 &
+  local front=$!
+  "$tools/vlmd-feed-sim" --group "$group:$mport" --quiet --duration 30 >"$tmp/feed.txt" 2>&1 &
+  local feed=$!
+  local port=""
+  for _ in $(seq 50); do
+    port=$(sed -n 's/^vlmd-front-sim listening on tcp:.*:\([0-9]*\)$/\1/p' "$tmp/front.txt")
+    [ -n "$port" ] && break
+    sleep 0.1
+  done
+  local failed=0
+  if [ -z "$port" ]; then
+    echo "the front simulator did not start:"; cat "$tmp/front.txt"; failed=1
+  fi
+  local args=(--front "tcp://127.0.0.1:$port" --mcast "udp://$group:$mport" --interface 127.0.0.1
+              --duration "$seconds")
+  if ((!failed)); then
+    (cd "$tmp" && "$built/minimal/vlmd-minimal" "${args[@]}" >minimal.txt 2>&1) || failed=1
+    (cd "$tmp" && "$built/book_printer/vlmd-book-printer" "${args[@]}" >book.txt 2>&1) || failed=1
+    grep -q '^md SZ 000001 ' "$tmp/minimal.txt" && grep -q '^tick order ' "$tmp/minimal.txt" &&
+      grep -q '^tick trade ' "$tmp/minimal.txt" || failed=1
+    grep -q '^book 000001 time ' "$tmp/book.txt" && grep -q '^book 300446 time ' "$tmp/book.txt" ||
+      failed=1
+    [ -d "$tmp/log/md" ] || failed=1
+  fi
+  kill "$front" "$feed" 2>/dev/null || true
+  wait "$front" "$feed" 2>/dev/null || true
+  if ((failed)); then
+    for f in "$tmp"/*.txt; do echo "--- $f"; tail -n 30 "$f"; done
+    rm -rf "$tmp"
+    return 1
+  fi
+  echo "examples: $(grep -c '^md ' "$tmp/minimal.txt") market data, $(grep -c '^tick ' "$tmp/minimal.txt") ticks, $(grep -c '^book ' "$tmp/book.txt") books printed"
+  rm -rf "$tmp"
+}
+
 for part in $parts; do
   echo "=== $part ==="
   case $part in
@@ -34,6 +90,21 @@ for part in $parts; do
       configure build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo
       cmake --build build/linux -j "$jobs"
       run_ctest build/linux
+      ;;
+    examples)
+      # The library as a user gets it: installed, found by find_package.
+      configure build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo
+      cmake --build build/linux -j "$jobs"
+      rm -rf build/install
+      cmake --install build/linux --prefix "$root/build/install" >/dev/null
+      build_examples build/examples -DCMAKE_PREFIX_PATH="$root/build/install"
+      # And through pkg-config, the way a Makefile would.
+      pc=(env PKG_CONFIG_PATH="$root/build/install/lib/pkgconfig" pkg-config)
+      [ "$("${pc[@]}" --modversion vlmdapi)" = "$(sed -n 's/^project(VLMdApi VERSION \([0-9.]*\).*/\1/p' CMakeLists.txt)" ]
+      # shellcheck disable=SC2046  # the flags are meant to split
+      c++ -std=c++17 -o build/examples/minimal-pkgconfig examples/minimal/main.cpp \
+        $("${pc[@]}" --cflags --libs vlmdapi) -Wl,-rpath,"$root/build/install/lib"
+      run_examples "$root/build/linux/tools" "$root/build/examples"
       ;;
     asan)
       configure build/asan -DCMAKE_BUILD_TYPE=Debug -DVLMD_SANITIZE=address -DVLMD_BUILD_BENCH=OFF
@@ -53,6 +124,13 @@ for part in $parts; do
       # The first start of a prefix sets it up; do that outside the timed tests.
       /usr/lib/wine/wine64 cmd /c exit >/dev/null 2>&1 || true
       run_ctest build/windows -j 2
+      # The examples against the installed DLL, compiled only. The toolchain
+      # searches packages under the mingw root alone, so the package's folder
+      # is named directly.
+      rm -rf build/install-windows
+      cmake --install build/windows --prefix "$root/build/install-windows" >/dev/null
+      build_examples build/examples-windows -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" \
+        -DVLMdApi_DIR="$root/build/install-windows/lib/cmake/VLMdApi"
       ;;
     fuzz)
       if [ -f "$root/tests/fuzz/CMakeLists.txt" ]; then

@@ -5,6 +5,7 @@
 #include <ctime>
 #include <new>
 
+#include "VLMdApiVersion.h"
 #include "VLNet/EventLoopThread.h"
 #include "VLNet/TcpClient.h"
 #include "VLNet/TcpConnection.h"
@@ -16,7 +17,9 @@ namespace velmar {
 namespace mdapi {
 
 namespace {
-const char kVersion[] = "VELMAR_API_V1.0.1";
+// The version is the project's, from the generated header, so that the text
+// and the library's file names and package version never disagree.
+const char kVersion[] = "VELMAR_API_V" VLMDAPI_VERSION_TEXT;
 // The first GetTradingDay of the process fixes the day for all later calls.
 char g_tradingDay[48] = {0};
 }  // namespace

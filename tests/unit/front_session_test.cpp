@@ -361,7 +361,10 @@ TEST_F(FrontSession, ALostConnectionClearsTheSessionAndReconnects) {
   EXPECT_FALSE(api_.allOrderBook_.load());
   EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.size(); }), 0u);
   ASSERT_GE(spi_.waitFor("connected", before, 5000), 0) << spi_.dump();
-  EXPECT_TRUE(log_.contains("MdClient:127.0.0.1:" + std::to_string(sim_.port()) + "#2"));
+  // The connection's name reaches the log after OnFrontConnected returns.
+  const std::string second = "MdClient:127.0.0.1:" + std::to_string(sim_.port()) + "#2";
+  for (int i = 0; i < 200 && !log_.contains(second); ++i) velmar::platform::sleepMs(5);
+  EXPECT_TRUE(log_.contains(second));
 }
 
 TEST_F(FrontSession, FailedConnectsReportEachAttempt) {
