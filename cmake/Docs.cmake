@@ -2,6 +2,11 @@
 # --target docs` writes HTML to <dir>/docs/html. The target exists only where
 # doxygen is installed; nothing else depends on it, so the build and the tests
 # never need doxygen.
+# A build tree configured while doxygen was installed keeps its path; forget
+# it once the program is gone, so that the docs target simply disappears.
+if(DOXYGEN_EXECUTABLE AND NOT EXISTS "${DOXYGEN_EXECUTABLE}")
+  unset(DOXYGEN_EXECUTABLE CACHE)
+endif()
 find_package(Doxygen QUIET)
 if(NOT DOXYGEN_FOUND)
   return()
