@@ -19,6 +19,9 @@ jobs=${VLMD_JOBS:-$(nproc)}
 
 launcher=()
 command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+# Paths relative to the checkout in the cache keys, so that a fresh clone in
+# another folder reuses what an earlier run compiled.
+export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=true
 
 configure() {  # dir, extra cmake args...
   local dir=$1; shift
