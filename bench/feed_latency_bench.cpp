@@ -1,0 +1,345 @@
+// Latency of the feed path: a datagram sent on loopback multicast to the
+// moment the application's callback sees it, next to a bare blocking
+// recvfrom loop that receives the same bytes in the same run.
+//
+// Each sample is one datagram: the sender takes the time, sends, and waits
+// (sleeping, so that it leaves the cores to the receivers) until the receiving
+// side has taken its own time. Both sides read the same steady clock. The
+// sender waits for each answer before the next datagram, so queueing in the
+// socket never enters a sample.
+//
+// How long a blocked receiver takes to wake depends on how long its processor
+// has been idle, and on a virtual machine that time has two or more modes
+// (here about 10 us and about 60 us). Bare and library samples alternate and
+// take turns going first, so both meet the same modes; compare the figures of
+// one run with each other rather than across runs.
+//
+// The bare loop is a thread blocked in recvfrom on a socket of its own (same
+// group, another port); its time is taken right after the call returns. Each
+// iteration sends the same datagram to the bare loop and to the library.
+//
+//   BM_FeedToTickByTick    the library's receiver thread; time taken inside
+//                          OnRtnTickByTick for a Shenzhen order.
+//   BM_FeedToOrderBook     the same receiver, the hand-over to the book thread
+//                          and the book rule; time taken inside OnRtnOrderBook.
+//                          Argument 0: log level INFO. Argument 1: DEBUG, as
+//                          Init leaves it, the book thread's lines built and
+//                          handed to an output that discards them.
+//
+// Counters: median_us and p99_us of the library, bare_median_us and
+// bare_p99_us of the bare loop, vs_bare the ratio of the two medians. The book
+// benchmark adds book_hop_us, the median time from OnRtnTickByTick of a
+// datagram (the receiver thread, after its hand-over) to its OnRtnOrderBook.
+//
+// Datagrams go to a group of 239.255.0.0/16 through 127.0.0.1 with TTL 0 only.
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "VLClientApi/FeedMessages.h"
+#include "VLClientApi/MdApiImpl.h"
+#include "sim/MulticastSender.h"
+#include "support/BookMessages.h"
+#include "utility/Logging.h"
+#include "utility/Platform.h"
+
+namespace {
+
+using namespace booktest;
+using velmar::mdapi::MdApiImpl;
+namespace platform = velmar::platform;
+
+const char* const kGroup = "239.255.61.7";
+const char* const kLoopback = "127.0.0.1";
+const std::string kTickId = "000001";  // ticks only, no book
+const std::string kBookId = "300446";  // has a book
+constexpr int kSamples = 10000;
+constexpr int kWarmUp = 300;
+
+int64_t nowNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+/// What a receiving side publishes for each datagram it has handled.
+struct Arrivals {
+  std::atomic<int64_t> lastNs{0};
+  std::atomic<uint64_t> count{0};
+  void mark() {
+    lastNs.store(nowNs(), std::memory_order_relaxed);
+    count.fetch_add(1, std::memory_order_release);
+  }
+};
+
+/// Two distinct free UDP ports on this host, found by binding to port 0.
+void freePorts(uint16_t* first, uint16_t* second) {
+  int fds[2];
+  uint16_t* ports[2] = {first, second};
+  for (int i = 0; i < 2; ++i) {
+    fds[i] = platform::createSocket(AF_INET, SOCK_DGRAM, 0);
+    struct sockaddr_in local;
+    std::memset(&local, 0, sizeof local);
+    local.sin_family = AF_INET;
+    local.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    platform::bindSocket(fds[i], local);
+    platform::localAddress(fds[i], &local);
+    *ports[i] = ntohs(local.sin_port);
+  }
+  for (int fd : fds) platform::closeSocket(fd);
+}
+
+/// The bare loop: a socket bound to the port and joined to the group on
+/// 127.0.0.1, read by one thread in blocking recvfrom for ever.
+void runBareLoop(int fd, Arrivals* arrivals) {
+  std::unique_ptr<char[]> buffer(new char[velmar::mdapi::feed::kReceiveSize]);
+  for (;;) {
+    if (platform::receiveDatagram(fd, buffer.get(), velmar::mdapi::feed::kReceiveSize) > 0)
+      arrivals->mark();
+  }
+}
+
+int openBareSocket(uint16_t port) {
+  int fd = platform::createSocket(AF_INET, SOCK_DGRAM, 0);
+  int reuse = 1;
+  platform::setSocketOption(fd, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse);
+  struct sockaddr_in local;
+  std::memset(&local, 0, sizeof local);
+  local.sin_family = AF_INET;
+  local.sin_addr.s_addr = htonl(INADDR_ANY);
+  local.sin_port = htons(port);
+  if (platform::bindSocket(fd, local) < 0) return -1;
+  struct ip_mreq membership;
+  std::memset(&membership, 0, sizeof membership);
+  membership.imr_multiaddr.s_addr = ::inet_addr(kGroup);
+  membership.imr_interface.s_addr = ::inet_addr(kLoopback);
+  if (platform::setSocketOption(fd, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership,
+                                sizeof membership) < 0)
+    return -1;
+  return fd;
+}
+
+/// Times taken in the callbacks.
+class TimingSpi : public velmar::mdapi::VelmarMdSpi {
+ public:
+  void OnRtnTickByTick(CVelmarTickByTick*) override { ticks.mark(); }
+  void OnRtnOrderBook(CVelmarOrderBook*) override { books.mark(); }
+  Arrivals ticks;
+  Arrivals books;
+};
+
+void discard(const char*, int) {}
+
+/// Everything the benchmarks share, built on first use and kept for the life
+/// of the process (the library's threads never end).
+struct Rig {
+  velmar::sim::MulticastSender toBare;
+  velmar::sim::MulticastSender toLibrary;
+  uint16_t barePort = 0;
+  uint16_t libraryPort = 0;
+  Arrivals bare;
+  MdApiImpl* impl = nullptr;  // leaked on purpose: its threads outlive main
+  TimingSpi* spi = nullptr;
+  bool bookThreadStarted = false;
+  int64_t seq = 1000;    // ApplSeqNum on channel 2011, rising across all datagrams
+  int64_t stamp = 1000;  // order, trade and snapshot times, rising
+  std::string error;
+
+  Rig() {
+    velmar::utility::Logger::setOutput(&discard);
+    velmar::utility::Logger::setLogLevel(velmar::utility::Logger::INFO);
+    freePorts(&barePort, &libraryPort);
+    if (!toBare.open(kGroup, barePort, kLoopback, &error) ||
+        !toLibrary.open(kGroup, libraryPort, kLoopback, &error))
+      return;
+
+    int fd = openBareSocket(barePort);
+    if (fd < 0) {
+      error = "bare socket: cannot bind or join";
+      return;
+    }
+    std::thread(runBareLoop, fd, &bare).detach();
+
+    impl = new MdApiImpl();
+    spi = new TimingSpi();
+    impl->RegisterSpi(spi);
+    impl->mcastHost_ = kGroup;
+    impl->mcastPort_ = std::to_string(libraryPort);
+    impl->mcastInterfaces_.push_back(kLoopback);
+    impl->connected_ = true;
+    impl->loggedIn_ = true;
+    impl->allTickExchange2_ = true;
+    {
+      velmar::utility::MutexLockGuard lock(impl->mutex_);
+      impl->addOrderBook(Id16(kBookId).bytes);
+    }
+    std::thread([this] { impl->runUdpExanic(); }).detach();
+    // The receiver joins the group on its own thread: until a datagram comes
+    // back, it may not have.
+    for (int i = 0; i < 100; ++i) {
+      const Bytes probe = orderDatagram(kTickId, '1', 95500);
+      if (sendAndWait(toLibrary, probe, spi->ticks, 20000000) >= 0) return;
+    }
+    error = "the library's receiver never got a datagram";
+  }
+
+  void startBookThread() {
+    if (bookThreadStarted) return;
+    bookThreadStarted = true;
+    std::thread([this] { impl->runOrderBook(); }).detach();
+  }
+
+  /// Sends one datagram and waits for `arrivals` to move on. The latency in
+  /// nanoseconds, or -1 if nothing arrived within the time limit.
+  int64_t sendAndWait(velmar::sim::MulticastSender& out, const Bytes& datagram,
+                      Arrivals& arrivals, int64_t limitNs = 1000000000) {
+    const uint64_t before = arrivals.count.load(std::memory_order_acquire);
+    const int64_t sent = nowNs();
+    if (!out.send(reinterpret_cast<const uint8_t*>(datagram.data()), datagram.size())) return -1;
+    const int64_t deadline = sent + limitNs;
+    while (arrivals.count.load(std::memory_order_acquire) == before) {
+      if (nowNs() > deadline) return -1;
+      std::this_thread::sleep_for(std::chrono::microseconds(2));
+    }
+    return arrivals.lastNs.load(std::memory_order_relaxed) - sent;
+  }
+
+  Bytes orderDatagram(const std::string& id, char side, uint64_t price) {
+    return wire(kOrderType, orderBody(id, ++seq, side, price, 10000, ++stamp));
+  }
+  Bytes tradeDatagram(const std::string& id, uint64_t price) {
+    return wire(kTradeType, tradeBody(id, 'F', 0, 0, price, 10000, ++stamp, ++seq));
+  }
+  /// Ten levels a side: bids 10.00 down to 9.10, asks 10.10 up to 11.00.
+  Bytes snapshotDatagram(const std::string& id) {
+    Snapshot s;
+    s.id = id;
+    s.origTime = ++stamp;
+    s.lastPx = 10000000;
+    for (int i = 0; i < 10; ++i) {
+      s.bidPx[i] = static_cast<uint32_t>(10000000 - 100000 * i);
+      s.bidQty[i] = 10000;
+      s.offerPx[i] = static_cast<uint32_t>(10100000 + 100000 * i);
+      s.offerQty[i] = 10000;
+    }
+    return wire(kSnapshotType, snapshotBody(s));
+  }
+  /// The message type and the body: the datagram exactly as the feed sends it.
+  static Bytes wire(uint32_t type, const Bytes& body) {
+    Bytes d(4 + body.size());
+    put32(d, 0, type);
+    std::memcpy(&d[4], body.data(), body.size());
+    return d;
+  }
+};
+
+Rig& rig() {
+  static Rig* r = new Rig();  // never destroyed: receiver threads use it
+  return *r;
+}
+
+/// Median and 99th percentile of samples in nanoseconds, in microseconds.
+struct Figures {
+  double median = 0, p99 = 0;
+};
+Figures figures(std::vector<int64_t>& samples) {
+  std::sort(samples.begin(), samples.end());
+  return {samples[samples.size() / 2] / 1000.0, samples[samples.size() * 99 / 100] / 1000.0};
+}
+
+/// The side-by-side run: every iteration sends one datagram to the bare loop
+/// and one to the library, in turns which goes first, so both see the same
+/// machine at the same moment. `library` sends a datagram to the library and returns its latency;
+/// the bare loop gets the same bytes. The iteration's time is the library's.
+template <typename Next>
+void sideBySide(benchmark::State& state, Next next, Arrivals& libraryArrivals) {
+  Rig& r = rig();
+  std::vector<int64_t> bare, library, hop;
+  bare.reserve(kSamples);
+  library.reserve(kSamples);
+  for (int i = 0; i < kWarmUp; ++i) {
+    const Bytes d = next();
+    if (r.sendAndWait(r.toBare, d, r.bare) < 0 ||
+        r.sendAndWait(r.toLibrary, d, libraryArrivals) < 0)
+      return state.SkipWithError("a datagram was lost");
+  }
+  bool bareFirst = true;
+  for (auto _ : state) {
+    const Bytes d = next();
+    int64_t b, l;
+    if (bareFirst) {
+      b = r.sendAndWait(r.toBare, d, r.bare);
+      l = r.sendAndWait(r.toLibrary, d, libraryArrivals);
+    } else {
+      l = r.sendAndWait(r.toLibrary, d, libraryArrivals);
+      b = r.sendAndWait(r.toBare, d, r.bare);
+    }
+    bareFirst = !bareFirst;
+    if (b < 0 || l < 0) return state.SkipWithError("a datagram was lost");
+    bare.push_back(b);
+    library.push_back(l);
+    if (&libraryArrivals == &r.spi->books)
+      hop.push_back(r.spi->books.lastNs.load(std::memory_order_relaxed) -
+                    r.spi->ticks.lastNs.load(std::memory_order_relaxed));
+    state.SetIterationTime(static_cast<double>(l) * 1e-9);
+  }
+  const Figures fb = figures(bare), fl = figures(library);
+  state.counters["median_us"] = fl.median;
+  state.counters["p99_us"] = fl.p99;
+  state.counters["bare_median_us"] = fb.median;
+  state.counters["bare_p99_us"] = fb.p99;
+  state.counters["vs_bare"] = fl.median / fb.median;
+  if (!hop.empty()) state.counters["book_hop_us"] = figures(hop).median;
+}
+
+void BM_FeedToTickByTick(benchmark::State& state) {
+  Rig& r = rig();
+  if (!r.error.empty()) return state.SkipWithError(r.error.c_str());
+  sideBySide(state, [&] { return r.orderDatagram(kTickId, '1', 95500); }, r.spi->ticks);
+}
+BENCHMARK(BM_FeedToTickByTick)
+    ->Iterations(kSamples)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+
+// Each turn of the cycle publishes three books: a buy order inserted at level
+// 5 (level 9 falls off), the execution that removes it, and a buy order that
+// refills level 9. A snapshot seeds the book first. From here on the book
+// thread polls on a core of its own, for the bare loop's samples too.
+void BM_FeedToOrderBook(benchmark::State& state) {
+  Rig& r = rig();
+  if (!r.error.empty()) return state.SkipWithError(r.error.c_str());
+  r.startBookThread();
+  velmar::utility::Logger::setLogLevel(state.range(0) != 0 ? velmar::utility::Logger::DEBUG
+                                                           : velmar::utility::Logger::INFO);
+  if (r.sendAndWait(r.toLibrary, r.snapshotDatagram(kBookId), r.spi->books) < 0)
+    return state.SkipWithError("the seeding snapshot was not published");
+  int turn = 0;
+  auto next = [&] {
+    switch (turn++ % 3) {
+      case 0:
+        return r.orderDatagram(kBookId, '1', 95500);
+      case 1:
+        return r.tradeDatagram(kBookId, 95500);
+      default:
+        return r.orderDatagram(kBookId, '1', 91000);
+    }
+  };
+  sideBySide(state, next, r.spi->books);
+  velmar::utility::Logger::setLogLevel(velmar::utility::Logger::INFO);
+}
+BENCHMARK(BM_FeedToOrderBook)
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(kSamples)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+
+}  // namespace
