@@ -38,16 +38,6 @@ void readUntil(LoopbackPair& pair, Buffer& b, size_t total) {
 
 }  // namespace
 
-TEST(Buffer, FreshBufferHasPrependRoomAndZeroedStorage) {
-  Buffer b(4096);
-  EXPECT_EQ(b.size(), 4104u);
-  EXPECT_EQ(b.writableBytes(), 4096u);
-  EXPECT_EQ(b.readerIndex(), 8u);
-  EXPECT_EQ(b.writerIndex(), 8u);
-  EXPECT_EQ(std::string(b.begin(), b.size()), std::string(4104, '\0'));
-  EXPECT_EQ(Buffer().size(), 4104u);
-}
-
 TEST(Buffer, RetrieveAdvancesOrEmptiesAndKeepsTheContents) {
   struct Case {
     size_t take;

@@ -119,18 +119,13 @@ TEST(Channel, TieGuardsTheOwnerForTheWholeDispatch) {
   EXPECT_TRUE(
       dispatch(gone, platform::kPollHup | platform::kPollErr | platform::kPollRdNorm).empty());
 
-  struct Owner {
-    Owner(std::vector<std::string>* t, Channel* c) : trace(t), channel(c) {}
-    std::vector<std::string>* trace;
-    Channel* channel;
-    ~Owner() {
-      trace->push_back(channel->isHandlingEvents() ? "destroyed while handling"
-                                                   : "destroyed after handling");
-    }
-  };
   Channel channel(&loop, kFd);
   std::vector<std::string> trace;
-  auto dropped = std::make_shared<Owner>(&trace, &channel);
+  std::shared_ptr<int> dropped(new int(0), [&](int* p) {
+    trace.push_back(channel.isHandlingEvents() ? "destroyed while handling"
+                                               : "destroyed after handling");
+    delete p;
+  });
   channel.tie(dropped);
   channel.setReadCallback([&](Timestamp) {
     dropped.reset();

@@ -46,21 +46,15 @@ TEST(Timer, DueTimersRunInTheSamePassInTimeOrder) {
   TimerQueue queue(&loop);  // a second queue on the loop, to choose the exact time
   Timestamp now = Timestamp::now();
   std::vector<std::string> order;
-  std::vector<int64_t> passes;
-  auto record = [&](const char* name) {
-    return [&, name] {
-      order.push_back(name);
-      passes.push_back(loop.iteration());
-    };
-  };
+  auto record = [&](const char* name) { return [&, name] { order.push_back(name); }; };
   queue.addTimer(record("later"), velmar::addTime(now, -1.0), 0.0);
   queue.addTimer(record("earlier"), velmar::addTime(now, -2.0), 0.0);
   queue.addTimer(record("same"), now, 0.0);
   queue.addTimer(record("same"), now, 0.0);
-  loop.runAfter(0.0, [&] { loop.quit(); });
+  loop.runAfter(0.0, [&] { loop.quit(); });  // the loop ends after this pass
   runLoop(loop);
+  EXPECT_EQ(loop.iteration(), 1);
   EXPECT_EQ(order, (std::vector<std::string>{"earlier", "later", "same", "same"}));
-  EXPECT_EQ(passes, std::vector<int64_t>(4, passes.front()));
   EXPECT_EQ(queue.size(), 0u);
 }
 
