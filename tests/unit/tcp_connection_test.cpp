@@ -16,6 +16,7 @@
 #include "support/LoopTestUtil.h"
 #include "support/LoopbackPair.h"
 #include "support/TcpTestSockets.h"
+#include "utility/CountDownLatch.h"
 #include "utility/Platform.h"
 
 using velmar::net::Buffer;
@@ -27,6 +28,7 @@ using velmar::net::TcpConnectionPtr;
 using velmar::test::LoopbackPair;
 using velmar::testing::LogCapture;
 using velmar::testing::runLoop;
+using velmar::utility::CountDownLatch;
 using velmar::utility::Logger;
 namespace platform = velmar::platform;
 namespace sockets = velmar::net::sockets;
@@ -232,11 +234,16 @@ TEST(TcpConnection, SendsFromOneThreadArriveInCallOrder) {
     ASSERT_EQ(next[sender]++, std::stoi(received.substr(at + 1, 8))) << "sender " << sender;
   }
 
+  // Quit through the thread, not from the functor: the hand-over's wake-up
+  // must not race the loop's end.
+  CountDownLatch gone(1);
   loop->runInLoop([&] {
     conn->connectDestroyed();
     conn.reset();
-    loop->quit();
+    gone.countDown();
   });
+  gone.wait();
+  thread.quit();
   thread.join();
 }
 
