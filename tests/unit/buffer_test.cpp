@@ -18,104 +18,82 @@ std::string readable(const Buffer& b) {
   return std::string(b.peek(), b.readableBytes());
 }
 
-std::string pattern(size_t n, char first = 'a') {
-  std::string s;
-  for (size_t i = 0; i < n; ++i) s += static_cast<char>(first + i % 26);
-  return s;
+// A buffer of `initial` bytes holding `fill`, of which `take` are consumed.
+Buffer filled(size_t initial, const std::string& fill, size_t take) {
+  Buffer b(initial);
+  b.append(fill.data(), fill.size());
+  b.retrieve(take);
+  return b;
+}
+
+// readFd until `total` bytes are readable.
+void readUntil(LoopbackPair& pair, Buffer& b, size_t total) {
+  int error = 0;
+  while (b.readableBytes() < total) {
+    ASSERT_TRUE(pair.waitReadable());
+    ASSERT_GT(b.readFd(pair.server(), &error), 0);
+  }
+  EXPECT_EQ(error, 0);
 }
 
 }  // namespace
 
-TEST(Buffer, FreshBufferHasPrependRoomAndZeroedStorage) {
-  Buffer b(4096);
-  EXPECT_EQ(b.size(), 4104u);
-  EXPECT_EQ(b.readableBytes(), 0u);
-  EXPECT_EQ(b.writableBytes(), 4096u);
-  EXPECT_EQ(b.prependableBytes(), 8u);
-  EXPECT_EQ(b.readerIndex(), 8u);
-  EXPECT_EQ(b.writerIndex(), 8u);
-  EXPECT_EQ(std::string(b.begin(), b.size()), std::string(4104, '\0'));
-  EXPECT_EQ(Buffer().size(), 4104u);
-}
-
-TEST(Buffer, RetrieveAdvancesOrEmpties) {
+TEST(Buffer, RetrieveAdvancesOrEmptiesAndKeepsTheContents) {
   struct Case {
     size_t take;
     size_t reader, writer;
   } cases[] = {{0, 8, 18}, {3, 11, 18}, {9, 17, 18}, {10, 8, 8}, {11, 8, 8}, {1000, 8, 8}};
   for (const Case& c : cases) {
-    Buffer b(64);
-    b.append("0123456789", 10);
-    b.retrieve(c.take);
+    Buffer b = filled(64, "0123456789", c.take);
     EXPECT_EQ(b.readerIndex(), c.reader) << "take " << c.take;
     EXPECT_EQ(b.writerIndex(), c.writer) << "take " << c.take;
+    EXPECT_EQ(b.size(), 72u);
+    EXPECT_EQ(std::string(b.begin() + 8, 10), "0123456789");
   }
 }
 
-TEST(Buffer, RetrieveAllKeepsStorageAndContents) {
-  Buffer b(16);
-  b.append("abcdef", 6);
-  b.retrieve(2);
-  b.retrieveAll();
-  EXPECT_EQ(b.readerIndex(), 8u);
-  EXPECT_EQ(b.writerIndex(), 8u);
-  EXPECT_EQ(b.size(), 24u);
-  EXPECT_EQ(std::string(b.begin() + 8, 6), "abcdef");
-}
-
-TEST(Buffer, AppendIntoFreeSpaceMovesNothing) {
-  Buffer b(16);
-  b.append("0123456789", 10);
-  b.retrieve(4);
-  b.append("abcdef", 6);  // exactly the free space
-  EXPECT_EQ(b.readerIndex(), 12u);
-  EXPECT_EQ(b.writerIndex(), 24u);
-  EXPECT_EQ(b.size(), 24u);
-  EXPECT_EQ(readable(b), "456789abcdef");
-}
-
-// 16 bytes of storage behind the prepend room, all written, 10 consumed: 6
-// readable at offset 18, nothing writable. Room after compaction: 10 bytes.
-TEST(Buffer, AppendCompactsWhenTheGapInFrontIsEnough) {
-  Buffer b(16);
-  b.append("0123456789ABCDEF", 16);
-  b.retrieve(10);
-  ASSERT_EQ(b.writableBytes(), 0u);
-  b.append("abcdefghij", 10);
-  EXPECT_EQ(b.size(), 24u);
-  EXPECT_EQ(b.readerIndex(), 8u);
-  EXPECT_EQ(b.writerIndex(), 24u);
-  EXPECT_EQ(readable(b), "ABCDEFabcdefghij");
-}
-
-TEST(Buffer, AppendGrowsWhenOneByteMoreThanTheRoom) {
-  Buffer b(16);
-  b.append("0123456789ABCDEF", 16);
-  b.retrieve(10);
-  b.append("abcdefghijk", 11);
-  EXPECT_EQ(b.size(), 35u);
-  EXPECT_EQ(b.readerIndex(), 18u);
-  EXPECT_EQ(b.writerIndex(), 35u);
-  EXPECT_EQ(readable(b), "ABCDEFabcdefghijk");
-  EXPECT_EQ(std::string(b.begin() + 8, 10), "0123456789");  // the gap is untouched
-}
-
-TEST(Buffer, MoveReadableToFront) {
-  Buffer b(32);
-  b.append("0123456789", 10);
-  b.retrieve(7);
+// Append uses the free space, else compacts when the consumed gap in front
+// makes room, else grows (leaving the gap as it is).
+TEST(Buffer, AppendFillsCompactsOrGrows) {
+  struct Case {
+    const char* name;
+    const char* fill;
+    size_t take;
+    const char* added;
+    size_t size, reader;
+    const char* readable;
+  } cases[] = {
+      {"exactly the free space", "0123456789", 4, "abcdef", 24, 12, "456789abcdef"},
+      {"gap is enough", "0123456789ABCDEF", 10, "abcdefghij", 24, 8, "ABCDEFabcdefghij"},
+      {"one byte more", "0123456789ABCDEF", 10, "abcdefghijk", 35, 18, "ABCDEFabcdefghijk"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    Buffer b = filled(16, c.fill, c.take);
+    b.append(c.added, std::string(c.added).size());
+    EXPECT_EQ(b.size(), c.size);
+    EXPECT_EQ(b.readerIndex(), c.reader);
+    EXPECT_EQ(b.writerIndex(), b.size());
+    EXPECT_EQ(readable(b), c.readable);
+    if (c.reader > 8) {
+      EXPECT_EQ(std::string(b.begin() + 8, c.take), std::string(c.fill, c.take));
+    }
+  }
+  Buffer b = filled(32, "0123456789", 7);
   b.moveReadableToFront();
   EXPECT_EQ(b.readerIndex(), 8u);
   EXPECT_EQ(b.writerIndex(), 11u);
   EXPECT_EQ(readable(b), "789");
 }
 
-TEST(BufferReadFd, ReadsNoMoreThanTheFreeSpace) {
+// One read never goes past the free space; a full buffer reads through the
+// stack area and appends (growing, or compacting when there is room in front).
+TEST(BufferReadFd, ReadsNoMoreThanTheFreeSpaceThenThroughTheStackArea) {
   LoopbackPair pair;
   ASSERT_TRUE(pair.ok());
-  const std::string sent = pattern(200);
+  std::string sent;
+  for (size_t i = 0; i < 200; ++i) sent += static_cast<char>('a' + i % 26);
   ASSERT_TRUE(pair.sendAll(sent.data(), sent.size()));
-
   Buffer b(64);
   int error = 0;
   ASSERT_TRUE(pair.waitReadable());
@@ -123,56 +101,23 @@ TEST(BufferReadFd, ReadsNoMoreThanTheFreeSpace) {
   ASSERT_GT(n, 0);
   EXPECT_LE(n, 64);
   EXPECT_EQ(b.size(), 72u);
-  // The rest comes through the stack area once the buffer is full.
-  while (b.readableBytes() < sent.size()) {
-    ASSERT_TRUE(pair.waitReadable());
-    ASSERT_GT(b.readFd(pair.server(), &error), 0);
-  }
+  readUntil(pair, b, sent.size());
   EXPECT_EQ(readable(b), sent);
-  EXPECT_EQ(error, 0);
-}
 
-TEST(BufferReadFd, FullBufferReadsIntoStackAreaAndAppends) {
-  LoopbackPair pair;
-  ASSERT_TRUE(pair.ok());
-  Buffer b(0);
-  ASSERT_EQ(b.writableBytes(), 0u);
+  Buffer none(0);
   ASSERT_TRUE(pair.sendAll("hello, front", 12));
-  ASSERT_TRUE(pair.waitReadable());
-  int error = 0;
-  ASSERT_GT(b.readFd(pair.server(), &error), 0);
-  while (b.readableBytes() < 12) {
-    ASSERT_TRUE(pair.waitReadable());
-    ASSERT_GT(b.readFd(pair.server(), &error), 0);
-  }
-  EXPECT_EQ(readable(b), "hello, front");
-  EXPECT_EQ(b.readerIndex(), 8u);
-}
+  readUntil(pair, none, 12);
+  EXPECT_EQ(readable(none), "hello, front");
+  EXPECT_EQ(none.readerIndex(), 8u);
 
-TEST(BufferReadFd, FullBufferCompactsWhenThereIsRoomInFront) {
-  LoopbackPair pair;
-  ASSERT_TRUE(pair.ok());
-  Buffer b(16);
-  b.append("0123456789ABCDEF", 16);
-  b.retrieve(12);
+  Buffer gap = filled(16, "0123456789ABCDEF", 12);  // full, with room in front
   ASSERT_TRUE(pair.sendAll("xyz", 3));
-  ASSERT_TRUE(pair.waitReadable());
-  int error = 0;
-  int total = 0;
-  while (total < 3) {
-    int n = b.readFd(pair.server(), &error);
-    ASSERT_GT(n, 0);
-    total += n;
-    if (total < 3) {
-      ASSERT_TRUE(pair.waitReadable());
-    }
-  }
-  EXPECT_EQ(b.size(), 24u);
-  EXPECT_EQ(b.readerIndex(), 8u);
-  EXPECT_EQ(readable(b), "CDEFxyz");
+  readUntil(pair, gap, 7);
+  EXPECT_EQ(gap.size(), 24u);
+  EXPECT_EQ(readable(gap), "CDEFxyz");
 }
 
-TEST(BufferReadFd, PeerCloseReturnsZeroAndChangesNothing) {
+TEST(BufferReadFd, PeerCloseReturnsZeroAndFailureReportsTheError) {
   for (size_t initial : {size_t{0}, size_t{64}}) {
     LoopbackPair pair;
     ASSERT_TRUE(pair.ok());
@@ -181,21 +126,16 @@ TEST(BufferReadFd, PeerCloseReturnsZeroAndChangesNothing) {
     ASSERT_TRUE(pair.waitReadable());
     int error = 0;
     EXPECT_EQ(b.readFd(pair.server(), &error), 0) << "initial " << initial;
-    EXPECT_EQ(b.readerIndex(), 8u);
     EXPECT_EQ(b.writerIndex(), 8u);
     EXPECT_EQ(b.size(), 8 + initial);
     EXPECT_EQ(error, 0);
   }
-}
-
-TEST(BufferReadFd, FailureReportsTheError) {
   LoopbackPair pair;
   ASSERT_TRUE(pair.ok());
   Buffer b(64);
   int error = 0;
-  // The client end, already closed: recv fails at once.
   int fd = pair.client();
-  pair.closeClient();
+  pair.closeClient();  // recv on a closed socket fails at once
   EXPECT_LT(b.readFd(fd, &error), 0);
   EXPECT_NE(error, 0);
   EXPECT_EQ(b.writerIndex(), 8u);

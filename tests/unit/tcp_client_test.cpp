@@ -1,6 +1,6 @@
-// The client against real listeners on 127.0.0.1: connection names, the
-// failed attempts it reports with their delays, reconnection after a loss
-// with retry on, and none with retry off or after stop.
+// The client and its connector against real listeners on 127.0.0.1: refused
+// attempts and their growing delays, stops, a connection to itself,
+// connection names, and reconnection after a loss.
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -10,6 +10,7 @@
 
 #include "VLNet/Connector.h"
 #include "VLNet/EventLoop.h"
+#include "VLNet/SocketsOps.h"
 #include "VLNet/TcpClient.h"
 #include "VLNet/TcpConnection.h"
 #include "support/LogCapture.h"
@@ -18,15 +19,17 @@
 #include "utility/Platform.h"
 
 using velmar::net::Connector;
+using velmar::net::ConnectorPtr;
 using velmar::net::EventLoop;
+using velmar::net::InetAddress;
 using velmar::net::TcpClient;
-using velmar::net::TcpConnection;
 using velmar::net::TcpConnectionPtr;
 using velmar::test::TestListener;
 using velmar::testing::LogCapture;
 using velmar::testing::runLoop;
 using velmar::utility::Logger;
 namespace platform = velmar::platform;
+namespace sockets = velmar::net::sockets;
 
 namespace {
 
@@ -45,46 +48,22 @@ std::string describe(const TcpConnectionPtr& conn) {
   return (conn->connected() ? "up " : "down ") + conn->name() + " " + conn->stateToString();
 }
 
-}  // namespace
-
-TEST(TcpClient, RefusedAttemptsReportGrowingDelaysUntilStopped) {
-  TestListener closedPort(false);
-  ASSERT_TRUE(closedPort.ok());
-  LogCapture capture(Logger::DEBUG);
-  EventLoop loop;
-  std::vector<int> delays;
-  int connectionCalls = 0;
-  {
-    TcpClient client(&loop, closedPort.address(), "MdClient");
-    client.enableRetry();
-    client.setConnectionCallback([&](const TcpConnectionPtr&) { ++connectionCalls; });
-    client.setConnectFailCallback([&](int delayMs) {
-      delays.push_back(delayMs);
-      if (delays.size() == 3) {
-        client.stop();  // before the connector looks at its flag again
-        loop.queueInLoop([&] { loop.quit(); });
-      }
-    });
-    client.connect();
-    runLoop(loop, 10.0);
-  }
-
-  EXPECT_EQ((std::vector<int>{500, 1000, 2000}), delays);
-  EXPECT_EQ(0, connectionCalls);
-  const std::string target = closedPort.address().toIpPort();
-  EXPECT_TRUE(LogCapture::contains("TcpClient::TcpClient[MdClient] - connector 0x"));
-  EXPECT_TRUE(LogCapture::contains("TcpClient::connect[MdClient] - connecting to " + target));
-  EXPECT_TRUE(LogCapture::contains("Connector::retry - Retry connecting to " + target +
-                                   " in 500 milliseconds. "));
-  EXPECT_TRUE(LogCapture::contains("Connector::retry - Retry connecting to " + target +
-                                   " in 1000 milliseconds. "));
-  EXPECT_FALSE(LogCapture::contains(" in 2000 milliseconds."));
-  EXPECT_TRUE(LogCapture::contains("do not connect"));
+// Quits the loop once the log shows "do not connect", looking every 10 ms.
+void quitWhenGivenUp(EventLoop& loop) {
+  loop.runEvery(0.01, [&loop] {
+    if (LogCapture::contains("do not connect")) loop.quit();
+  });
 }
 
-TEST(TcpClient, ListenerThatOpensLateIsReachedByTheRetryAndAcceptsLater) {
-  TestListener listener(false);
+}  // namespace
+
+// Each refusal is reported with the delay before the next attempt, doubling,
+// until the listener opens. What is sent before the accept arrives, and the
+// connection goes down with a client that holds the last reference to it.
+TEST(TcpClient, RetriesWithGrowingDelaysUntilTheListenerOpens) {
+  TestListener listener(false);  // bound, not listening: connects are refused
   ASSERT_TRUE(listener.ok());
+  LogCapture capture(Logger::INFO);
   EventLoop loop;
   std::vector<int> delays;
   std::vector<std::string> events;
@@ -92,7 +71,7 @@ TEST(TcpClient, ListenerThatOpensLateIsReachedByTheRetryAndAcceptsLater) {
     TcpClient client(&loop, listener.address(), "MdClient");
     client.setConnectFailCallback([&](int delayMs) {
       delays.push_back(delayMs);
-      listener.listen();
+      if (delays.size() == 2) listener.listen();
     });
     client.setConnectionCallback([&](const TcpConnectionPtr& conn) {
       events.push_back(describe(conn));
@@ -105,85 +84,126 @@ TEST(TcpClient, ListenerThatOpensLateIsReachedByTheRetryAndAcceptsLater) {
     runLoop(loop, 10.0);
     EXPECT_NE(nullptr, client.connection());
     EXPECT_EQ(Connector::kConnected, client.connector()->state());
-  }  // the client held the last reference: the connection goes down with it
-  // Accepted only now: what was sent meanwhile is there, then the end.
+  }
   int fd = listener.accept();
   ASSERT_GE(fd, 0);
   std::string received;
   EXPECT_TRUE(velmar::test::recvUntilClosed(fd, &received));
   EXPECT_EQ("hello", received);
   platform::closeSocket(fd);
-  EXPECT_EQ(std::vector<int>{500}, delays);
-  const std::string name = "MdClient:" + listener.address().toIpPort() + "#1";
+
+  EXPECT_EQ((std::vector<int>{500, 1000}), delays);
+  const std::string target = listener.address().toIpPort();
+  const std::string name = "MdClient:" + target + "#1";
   EXPECT_EQ(
       (std::vector<std::string>{"up " + name + " kConnected", "down " + name + " kDisconnected"}),
       events);
+  EXPECT_TRUE(LogCapture::contains("TcpClient::TcpClient[MdClient] - connector 0x"));
+  EXPECT_TRUE(LogCapture::contains("TcpClient::connect[MdClient] - connecting to " + target));
+  for (const char* delay : {"500", "1000"}) {
+    EXPECT_TRUE(LogCapture::contains("Connector::retry - Retry connecting to " + target + " in " +
+                                     delay + " milliseconds. "));
+  }
 }
 
-TEST(TcpClient, RetryReconnectsAfterALossAndNumbersTheConnections) {
-  TestListener listener;
-  ASSERT_TRUE(listener.ok());
-  LogCapture capture(Logger::INFO);
-  EventLoop loop;
-  std::vector<std::string> events;
-  std::thread server = acceptAndClose(listener, 2);
-  TcpClient client(&loop, listener.address(), "MdClient");
-  client.enableRetry();
-  client.setConnectionCallback([&](const TcpConnectionPtr& conn) {
-    events.push_back(describe(conn));
-    if (events.size() == 3) client.stop();  // the second connection is up
-    if (events.size() == 4) {
-      // After the removal: no reconnect, the connector stays where it was.
-      loop.queueInLoop([&] {
-        EXPECT_EQ(nullptr, client.connection());
-        EXPECT_EQ(Connector::kConnected, client.connector()->state());
-        loop.quit();
-      });
-    }
-  });
-  client.connect();
-  runLoop(loop, 10.0);
-  server.join();
+// With retry on, a lost connection is followed by a new one, numbered on; a
+// stop while connected prevents the next. With retry off nobody comes back.
+TEST(TcpClient, LostConnectionIsReplacedOnlyWithRetry) {
+  for (bool retry : {true, false}) {
+    SCOPED_TRACE(retry ? "retry" : "no retry");
+    TestListener listener;
+    ASSERT_TRUE(listener.ok());
+    LogCapture capture(Logger::INFO);
+    EventLoop loop;
+    const size_t connections = retry ? 2 : 1;
+    std::vector<std::string> events;
+    std::thread server = acceptAndClose(listener, static_cast<int>(connections));
+    TcpClient client(&loop, listener.address(), "MdClient");
+    if (retry) client.enableRetry();
+    client.setConnectionCallback([&](const TcpConnectionPtr& conn) {
+      events.push_back(describe(conn));
+      if (retry && events.size() == 3) client.stop();  // the second connection is up
+      if (events.size() == 2 * connections) {
+        // After the removal: the connector stays where it was.
+        loop.queueInLoop([&] {
+          EXPECT_EQ(nullptr, client.connection());
+          EXPECT_EQ(Connector::kConnected, client.connector()->state());
+          loop.quit();
+        });
+      }
+    });
+    client.connect();
+    runLoop(loop, 10.0);
+    server.join();
 
-  const std::string prefix = "MdClient:" + listener.address().toIpPort() + "#";
-  EXPECT_EQ((std::vector<std::string>{
-                "up " + prefix + "1 kConnected", "down " + prefix + "1 kDisconnected",
-                "up " + prefix + "2 kConnected", "down " + prefix + "2 kDisconnected"}),
-            events);
-  const std::string reconnecting =
-      "TcpClient::connect[MdClient] - Reconnecting to " + listener.address().toIpPort();
-  const std::string log = LogCapture::text();
-  size_t first = log.find(reconnecting);
-  EXPECT_NE(std::string::npos, first);
-  EXPECT_EQ(std::string::npos, log.find(reconnecting, first + 1));  // once only
+    std::vector<std::string> expected;
+    for (size_t i = 1; i <= connections; ++i) {
+      const std::string name =
+          "MdClient:" + listener.address().toIpPort() + "#" + std::to_string(i);
+      expected.push_back("up " + name + " kConnected");
+      expected.push_back("down " + name + " kDisconnected");
+    }
+    EXPECT_EQ(expected, events);
+    const std::string reconnecting =
+        "TcpClient::connect[MdClient] - Reconnecting to " + listener.address().toIpPort();
+    const std::string log = LogCapture::text();
+    size_t reconnects = 0;
+    for (size_t at = log.find(reconnecting); at != std::string::npos;
+         at = log.find(reconnecting, at + 1))
+      ++reconnects;
+    EXPECT_EQ(connections - 1, reconnects);
+    EXPECT_EQ(-1, listener.accept(0));
+  }
 }
 
-TEST(TcpClient, WithoutRetryALostConnectionLeavesTheClientIdle) {
-  TestListener listener;
-  ASSERT_TRUE(listener.ok());
-  LogCapture capture(Logger::INFO);
-  EventLoop loop;
-  std::vector<std::string> events;
-  std::thread server = acceptAndClose(listener, 1);
-  TcpClient client(&loop, listener.address(), "Plain");
-  client.setConnectionCallback([&](const TcpConnectionPtr& conn) {
-    events.push_back(describe(conn));
-    if (!conn->connected()) {
-      loop.queueInLoop([&] {
-        EXPECT_EQ(nullptr, client.connection());
-        EXPECT_EQ(Connector::kConnected, client.connector()->state());
-        loop.quit();
+// An attempt to a listener with a full backlog stays in flight (its SYN is
+// dropped) until stopped: reported once more, closed, and no retry scheduled.
+// A socket bound to the server's own port meets itself: a failed attempt,
+// stopped once its retry is scheduled, whose timer then finds it stopped.
+TEST(Connector, AttemptStoppedInFlightOrConnectedToItselfReportsOnceAndEnds) {
+  for (bool toItself : {false, true}) {
+    SCOPED_TRACE(toItself ? "connection to itself" : "stop while connecting");
+    // Here a connect in progress is waited for before the loop goes on.
+    if (!toItself && platform::kConnectWaitsInSelect) continue;
+    TestListener listener(true, 0);
+    ASSERT_TRUE(listener.ok());
+    int filler = platform::createSocket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_EQ(0, platform::connectSocket(filler, listener.address().sockAddr()));
+    const InetAddress self("127.0.0.1", velmar::test::freeLoopbackPort());
+    ASSERT_NE(0, self.port());
+    const InetAddress server = toItself ? self : listener.address();
+
+    LogCapture capture(Logger::DEBUG);
+    EventLoop loop;
+    std::vector<int> delays;
+    int connections = 0;
+    ConnectorPtr connector =
+        std::make_shared<Connector>(&loop, server, toItself ? self : InetAddress());
+    connector->setNewConnectionCallback([&](int fd) {
+      ++connections;
+      sockets::close(fd);
+    });
+    connector->setRetryCallback([&](int delayMs) {
+      delays.push_back(delayMs);
+      if (toItself) loop.queueInLoop([&] { connector->stop(); });
+    });
+    connector->start();
+    if (!toItself) {
+      ASSERT_EQ(Connector::kConnecting, connector->state());  // start() ran at once
+      loop.runAfter(0.05, [&] {
+        EXPECT_EQ(Connector::kConnecting, connector->state());
+        connector->stop();
       });
     }
-  });
-  client.connect();
-  runLoop(loop, 10.0);
-  server.join();
+    quitWhenGivenUp(loop);
+    runLoop(loop, 10.0);
+    platform::closeSocket(filler);
 
-  const std::string name = "Plain:" + listener.address().toIpPort() + "#1";
-  EXPECT_EQ(
-      (std::vector<std::string>{"up " + name + " kConnected", "down " + name + " kDisconnected"}),
-      events);
-  EXPECT_FALSE(LogCapture::contains("Reconnecting"));
-  EXPECT_EQ(-1, listener.accept(0));  // nobody came back
+    EXPECT_EQ(std::vector<int>{500}, delays);
+    EXPECT_EQ(0, connections);
+    EXPECT_EQ(Connector::kDisconnected, connector->state());
+    EXPECT_EQ(toItself, LogCapture::contains("Connector::handleWrite - Self connect"));
+    EXPECT_EQ(toItself, LogCapture::contains("Connector::retry - Retry connecting to " +
+                                             server.toIpPort() + " in 500 milliseconds. "));
+  }
 }

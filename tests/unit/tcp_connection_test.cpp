@@ -1,8 +1,5 @@
 // One connection over a real loopback socket pair: the connection owns the
 // client end, the test reads and writes the other end with blocking calls.
-// Covers the output backlog against a slow reader, shutdown behind queued
-// bytes, the order of data and close, resets, a send that finds the
-// connection gone, cross-thread send order and the default callbacks.
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -57,12 +54,6 @@ std::string patternBytes(size_t size) {
   std::string bytes(size, '\0');
   for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<char>((i * 131) ^ (i >> 9));
   return bytes;
-}
-
-std::string takeAll(Buffer* buffer) {
-  std::string text(buffer->peek(), buffer->readableBytes());
-  buffer->retrieveAll();
-  return text;
 }
 
 }  // namespace
@@ -127,113 +118,85 @@ TEST(TcpConnection, BacklogForASlowReaderDrainsAndShutdownFollowsTheLastByte) {
   EXPECT_EQ(TcpConnection::kDisconnected, conn->state());
 }
 
-TEST(TcpConnection, PeerThatClosesWithDataUnreadDeliversTheDataFirst) {
-  LoopbackPair pair;
-  ASSERT_TRUE(pair.ok());
-  const std::string data = patternBytes(10000);
-  ASSERT_TRUE(test::sendAll(pair.server(), data.data(), data.size()));
-  pair.closeServer();
+// However the peer goes, what it sent is delivered first, then the connection
+// goes down once and the close callback comes last. A send that meets a reset
+// drops its bytes; one handed over from another thread before a close is
+// given up with a warning, and a send after the close is dropped silently.
+TEST(TcpConnection, PeerThatGoesDeliversItsDataThenTakesTheConnectionDown) {
+  enum Send { kNoSend, kSendOnLoop, kSendHandedOver };
+  struct Case {
+    const char* name;
+    size_t dataBytes;
+    bool reset;
+    Send send;
+  } cases[] = {
+      {"close with data unread", 10000, false, kNoSend},
+      {"close before a handed-over send", 0, false, kSendHandedOver},
+      {"reset met by the loop", 0, true, kNoSend},
+      {"reset met by a send", 0, true, kSendOnLoop},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    LoopbackPair pair;
+    ASSERT_TRUE(pair.ok());
+    const std::string data = patternBytes(c.dataBytes);
+    ASSERT_TRUE(test::sendAll(pair.server(), data.data(), data.size()));
+    int fd = pair.releaseClient();
+    if (c.reset) {
+      test::closeWithReset(pair.releaseServer());
+    } else {
+      pair.closeServer();
+    }
+    ASSERT_TRUE(test::waitFor(fd, POLLIN));
 
-  EventLoop loop;
-  TcpConnectionPtr conn = makeConnection(&loop, pair.releaseClient());
-  std::string got;
-  std::vector<std::string> events;
-  conn->setMessageCallback([&](const TcpConnectionPtr&, Buffer* buffer, velmar::Timestamp) {
-    got += takeAll(buffer);
-    events.push_back("message");
-  });
-  conn->setConnectionCallback([&](const TcpConnectionPtr& c) {
-    events.push_back(
-        c->connected() ? "up" : "down " + std::to_string(got.size()) + " " + c->stateToString());
-    if (!c->connected()) loop.quit();
-  });
-  conn->setCloseCallback([&](const TcpConnectionPtr& c) {
-    events.push_back("close");
-    loop.queueInLoop([c] { c->connectDestroyed(); });
-  });
-  conn->connectEstablished();
-  runLoop(loop);
+    LogCapture capture(Logger::INFO);
+    EventLoop loop;
+    TcpConnectionPtr conn = makeConnection(&loop, fd, "peer");
+    std::string got;
+    std::vector<std::string> events;
+    conn->setMessageCallback([&](const TcpConnectionPtr&, Buffer* buffer, velmar::Timestamp) {
+      got.append(buffer->peek(), buffer->readableBytes());
+      buffer->retrieveAll();
+    });
+    conn->setConnectionCallback([&](const TcpConnectionPtr& self) {
+      events.push_back(self->connected()
+                           ? "up"
+                           : "down " + std::to_string(got.size()) + " " + self->stateToString());
+      if (!self->connected()) loop.quit();
+    });
+    conn->setCloseCallback([&](const TcpConnectionPtr& self) {
+      events.push_back("close");
+      loop.queueInLoop([self] { self->connectDestroyed(); });
+    });
+    conn->connectEstablished();
+    // Not polled yet: still connected as far as the connection knows.
+    if (c.send == kSendOnLoop) {
+      conn->send(patternBytes(1000).data(), 1000);
+      EXPECT_EQ(0u, conn->outputBuffer()->readableBytes());
+      EXPECT_TRUE(LogCapture::contains("TcpConnection::sendInLoop")) << LogCapture::text();
+    } else if (c.send == kSendHandedOver) {
+      // Copied and handed to the loop, whose next pass sees the close first.
+      std::thread([&] { conn->send("late", 4); }).join();
+    }
+    runLoop(loop);
 
-  EXPECT_TRUE(got == data);
-  ASSERT_GE(events.size(), 4u);
-  EXPECT_EQ("up", events.front());
-  for (size_t i = 1; i + 2 < events.size(); ++i) EXPECT_EQ("message", events[i]);
-  EXPECT_EQ("down 10000 kDisconnected", events[events.size() - 2]);
-  EXPECT_EQ("close", events.back());
-}
-
-TEST(TcpConnection, ResetByThePeerTakesTheConnectionDown) {
-  LoopbackPair pair;
-  ASSERT_TRUE(pair.ok());
-  int fd = pair.releaseClient();
-  test::closeWithReset(pair.releaseServer());
-  ASSERT_TRUE(test::waitFor(fd, POLLIN));
-
-  LogCapture capture(Logger::INFO);
-  EventLoop loop;
-  TcpConnectionPtr conn = makeConnection(&loop, fd, "reset");
-  std::vector<std::string> states;
-  conn->setConnectionCallback([&](const TcpConnectionPtr& c) {
-    states.push_back(c->stateToString());
-    if (!c->connected()) loop.quit();
-  });
-  conn->connectEstablished();
-  runLoop(loop);
-
-  EXPECT_EQ((std::vector<std::string>{"kConnected", "kDisconnected"}), states);
-  EXPECT_TRUE(LogCapture::contains("TcpConnection::handleError [reset] - SO_ERROR = ") ||
-              LogCapture::contains("TcpConnection::handleRead"))
-      << LogCapture::text();
-}
-
-TEST(TcpConnection, SendToAPeerThatHasResetDropsTheBytes) {
-  LoopbackPair pair;
-  ASSERT_TRUE(pair.ok());
-  int fd = pair.releaseClient();
-  test::closeWithReset(pair.releaseServer());
-  ASSERT_TRUE(test::waitFor(fd, POLLIN));
-
-  LogCapture capture(Logger::INFO);
-  EventLoop loop;
-  TcpConnectionPtr conn = makeConnection(&loop, fd);
-  conn->setConnectionCallback([&](const TcpConnectionPtr& c) {
-    if (!c->connected()) loop.quit();
-  });
-  conn->connectEstablished();
-  // Still connected as far as the connection knows: the reset has not been
-  // polled yet, so the write itself meets it.
-  const std::string data = patternBytes(1000);
-  conn->send(data.data(), static_cast<int>(data.size()));
-  EXPECT_EQ(0u, conn->outputBuffer()->readableBytes());
-  EXPECT_TRUE(LogCapture::contains("TcpConnection::sendInLoop")) << LogCapture::text();
-  runLoop(loop);
-  EXPECT_EQ(TcpConnection::kDisconnected, conn->state());
-}
-
-TEST(TcpConnection, SendHandedOverBeforeTheCloseIsGivenUp) {
-  LoopbackPair pair;
-  ASSERT_TRUE(pair.ok());
-  int fd = pair.releaseClient();
-  pair.closeServer();
-  ASSERT_TRUE(test::waitFor(fd, POLLIN));
-
-  LogCapture capture(Logger::INFO);
-  EventLoop loop;
-  TcpConnectionPtr conn = makeConnection(&loop, fd);
-  conn->setConnectionCallback([&](const TcpConnectionPtr& c) {
-    if (!c->connected()) loop.quit();
-  });
-  conn->connectEstablished();
-  // From another thread while connected: copied and handed to the loop. The
-  // loop's next pass sees the close first, then runs the hand-over.
-  std::thread([&] { conn->send("late", 4); }).join();
-  runLoop(loop);
-  EXPECT_TRUE(LogCapture::contains(" WARN ")) << LogCapture::text();
-  EXPECT_TRUE(LogCapture::contains("disconnected, give up writing")) << LogCapture::text();
-  // Not connected any more: dropped without a word.
-  LogCapture::clear();
-  conn->send("later", 5);
-  EXPECT_EQ("", LogCapture::text());
+    EXPECT_TRUE(got == data);
+    EXPECT_EQ(events,
+              (std::vector<std::string>{
+                  "up", "down " + std::to_string(data.size()) + " kDisconnected", "close"}));
+    if (c.reset && c.send == kNoSend) {
+      EXPECT_TRUE(LogCapture::contains("TcpConnection::handleError [peer] - SO_ERROR = ") ||
+                  LogCapture::contains("TcpConnection::handleRead"))
+          << LogCapture::text();
+    }
+    if (c.send == kSendHandedOver) {
+      EXPECT_TRUE(LogCapture::contains(" WARN ")) << LogCapture::text();
+      EXPECT_TRUE(LogCapture::contains("disconnected, give up writing")) << LogCapture::text();
+      LogCapture::clear();
+      conn->send("later", 5);
+      EXPECT_EQ("", LogCapture::text());
+    }
+  }
 }
 
 TEST(TcpConnection, SendsFromOneThreadArriveInCallOrder) {
@@ -242,16 +205,12 @@ TEST(TcpConnection, SendsFromOneThreadArriveInCallOrder) {
   constexpr size_t kMessageSize = 10;  // "A00001234\n"
   LoopbackPair pair;
   ASSERT_TRUE(pair.ok());
-  EventLoopThread thread;
-  EventLoop* loop = thread.startLoop();
   TcpConnectionPtr conn;
-  CountDownLatch ready(1);
-  loop->runInLoop([&] {
+  EventLoopThread thread([&](EventLoop* loop) {
     conn = makeConnection(loop, pair.releaseClient());
     conn->connectEstablished();
-    ready.countDown();
   });
-  ready.wait();
+  EventLoop* loop = thread.startLoop();
 
   std::vector<std::thread> senders;
   for (int s = 0; s < kSenders; ++s) {
@@ -272,13 +231,11 @@ TEST(TcpConnection, SendsFromOneThreadArriveInCallOrder) {
   for (size_t at = 0; at < received.size(); at += kMessageSize) {
     int sender = received[at] - 'A';
     ASSERT_TRUE(sender >= 0 && sender < kSenders) << at;
-    int number = std::stoi(received.substr(at + 1, 8));
-    ASSERT_EQ(next[sender], number) << "sender " << sender;
-    ++next[sender];
+    ASSERT_EQ(next[sender]++, std::stoi(received.substr(at + 1, 8))) << "sender " << sender;
   }
-  EXPECT_EQ(kMessages, next[0]);
-  EXPECT_EQ(kMessages, next[1]);
 
+  // Quit through the thread, not from the functor: the hand-over's wake-up
+  // must not race the loop's end.
   CountDownLatch gone(1);
   loop->runInLoop([&] {
     conn->connectDestroyed();
@@ -290,7 +247,8 @@ TEST(TcpConnection, SendsFromOneThreadArriveInCallOrder) {
   thread.join();
 }
 
-TEST(TcpConnection, NamesItsStatesAndLogsItsLifeWithTheDefaultCallbacks) {
+// Keep-alive settings, and the life of a connection in the log.
+TEST(TcpConnection, KeepsAliveAndLogsItsLifeWithTheDefaultCallbacks) {
   LoopbackPair pair;
   ASSERT_TRUE(pair.ok());
   LogCapture capture(Logger::TRACE);
@@ -299,7 +257,6 @@ TEST(TcpConnection, NamesItsStatesAndLogsItsLifeWithTheDefaultCallbacks) {
   TcpConnectionPtr conn = makeConnection(&loop, fd, "named");
   const std::string local = conn->localAddress().toIpPort();
   const std::string peer = conn->peerAddress().toIpPort();
-  EXPECT_EQ("kConnecting", std::string(conn->stateToString()));
   EXPECT_TRUE(
       LogCapture::contains("velmar::net::TcpConnection::TcpConnection "
                            "TcpConnection::ctor[named] at 0x"))
@@ -321,23 +278,9 @@ TEST(TcpConnection, NamesItsStatesAndLogsItsLifeWithTheDefaultCallbacks) {
   }
 
   conn->connectEstablished();
-  EXPECT_EQ("kConnected", std::string(conn->stateToString()));
   EXPECT_TRUE(LogCapture::contains(local + " -> " + peer + " is UP")) << LogCapture::text();
 
-  // The default message callback drops what arrives.
-  size_t seen = 0;
-  conn->setMessageCallback([&](const TcpConnectionPtr& c, Buffer* buffer, velmar::Timestamp t) {
-    seen += buffer->readableBytes();
-    velmar::net::defaultMessageCallback(c, buffer, t);
-    if (seen == 7) loop.quit();
-  });
-  ASSERT_TRUE(test::sendAll(pair.server(), "dropped", 7));
-  runLoop(loop);
-  EXPECT_EQ(7u, seen);
-  EXPECT_EQ(0u, conn->inputBuffer()->readableBytes());
-
   conn->connectDestroyed();
-  EXPECT_EQ("kDisconnected", std::string(conn->stateToString()));
   EXPECT_TRUE(LogCapture::contains(local + " -> " + peer + " is DOWN")) << LogCapture::text();
   conn.reset();
   EXPECT_TRUE(LogCapture::contains("TcpConnection::dtor[named] at 0x")) << LogCapture::text();
