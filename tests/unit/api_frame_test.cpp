@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <vector>
 
 #include "VLClientApi/ErrorTable.h"
 #include "VLClientApi/MdApiImpl.h"
@@ -61,7 +60,7 @@ TEST(BinaryInterface, OperationsAndCallbacksStandInTableOrder) {
 
 // The version text comes from project() through a generated header; the build
 // hands the same version to this test.
-TEST(ApiFrame, VersionTradingDayAndRegistrationWorkBeforeInit) {
+TEST(ApiFrame, VersionAndTradingDayWorkBeforeInit) {
   EXPECT_EQ(std::string(VelmarMdApi::GetVersion()),
             std::string("VELMAR_API_V") + VLMD_PROJECT_VERSION);
   unsigned major = 0, minor = 0, patch = 0;
@@ -78,15 +77,7 @@ TEST(ApiFrame, VersionTradingDayAndRegistrationWorkBeforeInit) {
   MdApiImpl other;  // every object gets the text kept from the first call
   EXPECT_EQ(other.GetTradingDay(), day);
 
-  // Addresses are only kept here; Init checks them.
-  auto* impl = static_cast<MdApiImpl*>(api);
-  api->RegisterFront("tcp://127.0.0.1:7001");
-  api->RegisterFront("not an address at all");
-  api->SetHeartbeatTimeout(7);
-  EXPECT_EQ(impl->frontAddresses_,
-            (std::vector<std::string>{"tcp://127.0.0.1:7001", "not an address at all"}));
-  EXPECT_EQ(impl->heartbeatTimeout_, 7u);
-  delete impl;  // never started, so nothing else uses it
+  delete static_cast<MdApiImpl*>(api);  // never started, so nothing else uses it
 }
 
 TEST(ErrorTable, TextsOfEveryRunAndTheGapsBetween) {

@@ -20,9 +20,9 @@
 #include "VLNet/InetAddress.h"
 #include "VLNet/TcpClient.h"
 #include "front/FrontSimulator.h"
-#include "package/VelmarPackage.h"
 #include "support/LogCapture.h"
 #include "support/SessionSpi.h"
+#include "support/WireBytes.h"
 
 using velmar::mdapi::MdApiImpl;
 using velmar::sim::FrontSimulator;
@@ -32,15 +32,11 @@ using velmar::testing::SessionSpi;
 
 namespace {
 
-std::string packageBytes(uint32_t fieldId, const void* value, uint16_t length,
-                         uint8_t ftdType = 1) {
-  CVelmarPackage p(4227);
-  p.clear();
-  p.prepare();
-  p.setHeader(ftdType, 0, 0, fieldId, 'S', 'H', 0);
-  p.addField(fieldId, value, length);
-  p.finish();
-  return std::string(p.data(), static_cast<size_t>(p.length()));
+// An answer package written byte by byte, chain 'S'.
+std::string packageBytes(uint32_t fieldId, const void* value, size_t length, uint8_t ftdType = 1) {
+  velmar::test::Bytes b = velmar::test::package(
+      {{fieldId, std::string(static_cast<const char*>(value), length)}}, 0x53, 0, ftdType);
+  return std::string(b.begin(), b.end());
 }
 
 CVelmarReqUserLogin loginRequest(const char* password) {

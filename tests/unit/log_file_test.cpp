@@ -32,9 +32,6 @@ time_t testNow() {
 std::string testHost() {
   return "testhost";
 }
-std::string noHost() {
-  return "";
-}
 
 LogFile::Hooks testHooks(std::string (*host)() = &testHost) {
   LogFile::Hooks hooks;
@@ -71,7 +68,7 @@ size_t count(const std::string& text, const std::string& piece) {
 TEST(LogFile, FileNameCarriesLocalTimeHostAndProcessId) {
   const std::pair<std::string (*)(), std::string> hosts[] = {
       {&testHost, "testhost"},
-      {&noHost, ""},
+      {+[] { return std::string(); }, ""},
       {&LogFile::Hooks::systemHostName, velmar::platform::hostName()},
   };
   for (const auto& host : hosts) {
