@@ -1,11 +1,7 @@
 // The front session through the public operations, against the front
-// simulator on loopback: connect, login, every subscription and its answer,
-// the flags and maps the answers change, keep-alives and the receive
-// time-out, the edges of the byte stream, and reconnection.
-//
-// Each test builds the session's front side the way Init does (loop thread,
-// client, callbacks, retry), without the log writer and the feed threads, so
-// that many sessions can live in one test process.
+// simulator on loopback. Each test builds the session's front side the way
+// Init does (loop thread, client, callbacks, retry), without the log writer
+// and the feed threads, so that many sessions can live in one process.
 #include <gtest/gtest.h>
 
 #include <cstring>
