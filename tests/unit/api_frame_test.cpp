@@ -29,84 +29,55 @@ long slotOf(F f) {
   return static_cast<long>((raw - 1) / sizeof(void*));
 }
 
+// Each slot must be its place in the list.
+template <typename... F>
+void expectSlotsInOrder(F... f) {
+  const long slots[] = {slotOf(f)...};
+  for (long i = 0; i < static_cast<long>(sizeof...(F)); ++i) EXPECT_EQ(slots[i], i);
+}
+
 }  // namespace
 
-TEST(BinaryInterface, ApiOperationsStandInTableOrder) {
-  const long slots[] = {
-      slotOf(&VelmarMdApi::Release),          slotOf(&VelmarMdApi::Init),
-      slotOf(&VelmarMdApi::Join),             slotOf(&VelmarMdApi::GetTradingDay),
-      slotOf(&VelmarMdApi::RegisterFront),    slotOf(&VelmarMdApi::RegisterMulticast),
-      slotOf(&VelmarMdApi::RegisterLocalTcpAddress),
-      slotOf(&VelmarMdApi::RegisterMulticastInterface),
-      slotOf(&VelmarMdApi::SetUserString),    slotOf(&VelmarMdApi::RegisterSpi),
-      slotOf(&VelmarMdApi::SetHeartbeatTimeout), slotOf(&VelmarMdApi::ReqUserLogin),
-      slotOf(&VelmarMdApi::ReqUserLogout),    slotOf(&VelmarMdApi::SubAllMarketData),
-      slotOf(&VelmarMdApi::UnSubAllMarketData), slotOf(&VelmarMdApi::SubAllTickByTick),
-      slotOf(&VelmarMdApi::UnSubAllTickByTick), slotOf(&VelmarMdApi::SubMarketData),
-      slotOf(&VelmarMdApi::UnSubMarketData),  slotOf(&VelmarMdApi::SubTickByTick),
-      slotOf(&VelmarMdApi::UnSubTickByTick),  slotOf(&VelmarMdApi::SubAllOrderBook),
-      slotOf(&VelmarMdApi::UnSubAllOrderBook), slotOf(&VelmarMdApi::SubOrderBook),
-      slotOf(&VelmarMdApi::UnSubOrderBook),
-  };
-  for (long i = 0; i < 25; ++i) EXPECT_EQ(slots[i], i) << "operation " << i;
+// The virtual destructor of the callbacks takes the slots behind the last one.
+TEST(BinaryInterface, OperationsAndCallbacksStandInTableOrder) {
+  using A = VelmarMdApi;
+  using S = VelmarMdSpi;
+  expectSlotsInOrder(
+      &A::Release, &A::Init, &A::Join, &A::GetTradingDay, &A::RegisterFront, &A::RegisterMulticast,
+      &A::RegisterLocalTcpAddress, &A::RegisterMulticastInterface, &A::SetUserString,
+      &A::RegisterSpi, &A::SetHeartbeatTimeout, &A::ReqUserLogin, &A::ReqUserLogout,
+      &A::SubAllMarketData, &A::UnSubAllMarketData, &A::SubAllTickByTick, &A::UnSubAllTickByTick,
+      &A::SubMarketData, &A::UnSubMarketData, &A::SubTickByTick, &A::UnSubTickByTick,
+      &A::SubAllOrderBook, &A::UnSubAllOrderBook, &A::SubOrderBook, &A::UnSubOrderBook);
+  expectSlotsInOrder(&S::OnFrontConnected, &S::OnFrontDisconnected, &S::OnHeartBeatWarning,
+                     &S::OnRspError, &S::OnRspUserLogin, &S::OnRspUserLogout,
+                     &S::OnRspSubAllMarketData, &S::OnRspUnSubAllMarketData,
+                     &S::OnRspSubAllTickByTick, &S::OnRspUnSubAllTickByTick, &S::OnRspSubMarketData,
+                     &S::OnRspUnSubMarketData, &S::OnRspSubTickByTick, &S::OnRspUnSubTickByTick,
+                     &S::OnRtnMarketData, &S::OnRtnTickByTick, &S::OnRtnOrderBook,
+                     &S::OnRspSubOrderBook, &S::OnRspUnSubOrderBook);
 }
 
-TEST(BinaryInterface, SpiCallbacksStandInTableOrderWithTheDestructorLast) {
-  const long slots[] = {
-      slotOf(&VelmarMdSpi::OnFrontConnected),       slotOf(&VelmarMdSpi::OnFrontDisconnected),
-      slotOf(&VelmarMdSpi::OnHeartBeatWarning),     slotOf(&VelmarMdSpi::OnRspError),
-      slotOf(&VelmarMdSpi::OnRspUserLogin),         slotOf(&VelmarMdSpi::OnRspUserLogout),
-      slotOf(&VelmarMdSpi::OnRspSubAllMarketData),  slotOf(&VelmarMdSpi::OnRspUnSubAllMarketData),
-      slotOf(&VelmarMdSpi::OnRspSubAllTickByTick),  slotOf(&VelmarMdSpi::OnRspUnSubAllTickByTick),
-      slotOf(&VelmarMdSpi::OnRspSubMarketData),     slotOf(&VelmarMdSpi::OnRspUnSubMarketData),
-      slotOf(&VelmarMdSpi::OnRspSubTickByTick),     slotOf(&VelmarMdSpi::OnRspUnSubTickByTick),
-      slotOf(&VelmarMdSpi::OnRtnMarketData),        slotOf(&VelmarMdSpi::OnRtnTickByTick),
-      slotOf(&VelmarMdSpi::OnRtnOrderBook),         slotOf(&VelmarMdSpi::OnRspSubOrderBook),
-      slotOf(&VelmarMdSpi::OnRspUnSubOrderBook),
-  };
-  for (long i = 0; i < 19; ++i) EXPECT_EQ(slots[i], i) << "callback " << i;
-  // The virtual destructor takes the slots behind the last callback.
-}
-
-// The text comes from the version in project(), through a generated header;
-// the build hands the same version to this test. The library's file names
-// and its CMake and pkg-config packages carry that version too.
-TEST(ApiFrame, VersionTextIsTheProjectVersion) {
+// The version text comes from project() through a generated header; the build
+// hands the same version to this test.
+TEST(ApiFrame, VersionAndTradingDayWorkBeforeInit) {
   EXPECT_EQ(std::string(VelmarMdApi::GetVersion()),
             std::string("VELMAR_API_V") + VLMD_PROJECT_VERSION);
-  // Three decimal numbers and nothing behind them.
   unsigned major = 0, minor = 0, patch = 0;
-  char tail = 0;
-  EXPECT_EQ(std::sscanf(VelmarMdApi::GetVersion(), "VELMAR_API_V%u.%u.%u%c", &major, &minor,
-                        &patch, &tail),
+  char tail = 0;  // three decimal numbers and nothing behind them
+  EXPECT_EQ(std::sscanf(VelmarMdApi::GetVersion(), "VELMAR_API_V%u.%u.%u%c", &major, &minor, &patch,
+                        &tail),
             3);
-}
 
-TEST(ApiFrame, VersionTradingDayAndRegistrationWorkBeforeInit) {
-  EXPECT_NE(VelmarMdApi::GetVersion(), nullptr);
   VelmarMdApi* api = VelmarMdApi::CreateMdUserApi("ignored");
   ASSERT_NE(api, nullptr);
   const char* day = api->GetTradingDay();
   ASSERT_EQ(std::strlen(day), 8u);
   for (int i = 0; i < 8; ++i) EXPECT_TRUE(day[i] >= '0' && day[i] <= '9');
-  // Every object of the process gets the text kept from the first call.
-  MdApiImpl other;
+  MdApiImpl other;  // every object gets the text kept from the first call
   EXPECT_EQ(other.GetTradingDay(), day);
 
-  auto* impl = static_cast<MdApiImpl*>(api);
-  api->RegisterFront("tcp://127.0.0.1:7001");
-  api->RegisterFront("");
-  api->RegisterFront("not an address at all");
-  api->RegisterMulticast("udp://239.255.1.1:9000");
-  api->RegisterMulticastInterface("127.0.0.1");
-  api->SetHeartbeatTimeout(7);
-  ASSERT_EQ(impl->frontAddresses_.size(), 3u);
-  EXPECT_EQ(impl->frontAddresses_[1], "");
-  EXPECT_EQ(impl->frontAddresses_[2], "not an address at all");
-  EXPECT_EQ(impl->mcastAddresses_.front(), "udp://239.255.1.1:9000");
-  EXPECT_EQ(impl->heartbeatTimeout_, 7u);
-  EXPECT_EQ(impl->heartbeatInterval_, 1u);
-  delete impl;  // never started, so nothing else uses it
+  delete static_cast<MdApiImpl*>(api);  // never started, so nothing else uses it
 }
 
 TEST(ErrorTable, TextsOfEveryRunAndTheGapsBetween) {

@@ -6,7 +6,6 @@
 #include <atomic>
 #include <cstdio>
 #include <ctime>
-#include <filesystem>
 #include <string>
 #include <thread>
 #include <vector>
@@ -33,9 +32,6 @@ time_t testNow() {
 std::string testHost() {
   return "testhost";
 }
-std::string noHost() {
-  return "";
-}
 
 LogFile::Hooks testHooks(std::string (*host)() = &testHost) {
   LogFile::Hooks hooks;
@@ -60,10 +56,6 @@ void append(LogFile& file, const std::string& text) {
   file.append(text.data(), static_cast<int>(text.size()));
 }
 
-std::string captured() {
-  return ::testing::internal::GetCapturedStderr();
-}
-
 size_t count(const std::string& text, const std::string& piece) {
   size_t n = 0;
   for (size_t at = text.find(piece); at != std::string::npos; at = text.find(piece, at + 1)) ++n;
@@ -72,29 +64,20 @@ size_t count(const std::string& text, const std::string& piece) {
 
 }  // namespace
 
+// <base>.<local time>.<host>.<pid>.log; no host name leaves two dots side by side.
 TEST(LogFile, FileNameCarriesLocalTimeHostAndProcessId) {
-  struct Case {
-    const char* name;
-    std::string (*host)();
-    std::string hostText;
+  const std::pair<std::string (*)(), std::string> hosts[] = {
+      {&testHost, "testhost"},
+      {+[] { return std::string(); }, ""},
+      {&LogFile::Hooks::systemHostName, velmar::platform::hostName()},
   };
-  const Case cases[] = {
-      {"injected host", &testHost, "testhost"},
-      {"no host name: two dots side by side", &noHost, ""},
-      {"the system's host name", &LogFile::Hooks::systemHostName, velmar::platform::hostName()},
-  };
-  for (const Case& c : cases) {
+  for (const auto& host : hosts) {
     TempDir dir("log_file_name");
     g_now = kNoon;
-    LogFile file(dir / "velmarApi", 1000, false, 3, 1024, testHooks(c.host));
-    std::string expected =
-        "velmarApi." + localStamp(kNoon) + "." + c.hostText + "." + pid() + ".log";
-    EXPECT_EQ(dir.files(), std::vector<std::string>{expected}) << c.name;
-    EXPECT_EQ(LogFile::logFileName("base", kNoon, c.hostText),
-              "base." + localStamp(kNoon) + "." + c.hostText + "." + pid() + ".log")
-        << c.name;
+    LogFile file(dir / "velmarApi", 1000, false, 3, 1024, testHooks(host.first));
+    EXPECT_EQ(dir.files(), std::vector<std::string>{"velmarApi." + localStamp(kNoon) + "." +
+                                                    host.second + "." + pid() + ".log"});
   }
-  EXPECT_NE(LogFile::logFileName("b", kNoon, "").find(".." + pid() + ".log"), std::string::npos);
 }
 
 // A file past the size limit rolls only when the clock has moved on by a
@@ -103,9 +86,10 @@ TEST(LogFile, RollsBySizeAtMostOncePerSecond) {
   TempDir dir("log_file_size");
   g_now = kNoon;
   LogFile file(dir / "velmarApi", 100, false, 3, 1024, testHooks());
-  append(file, std::string(59, 'A') + "\n");
-  append(file, std::string(59, 'B') + "\n");  // 120 bytes: past the limit, same second
-  append(file, std::string(59, 'C') + "\n");
+  const std::string a(59, 'A'), b(59, 'B'), c(59, 'C');
+  append(file, a + "\n");
+  append(file, b + "\n");  // 120 bytes: past the limit, same second
+  append(file, c + "\n");
   EXPECT_EQ(dir.files().size(), 1u);
   EXPECT_FALSE(file.rollFile());
 
@@ -119,8 +103,7 @@ TEST(LogFile, RollsBySizeAtMostOncePerSecond) {
   ASSERT_EQ(files.size(), 2u);
   EXPECT_EQ(files[0].find("velmarApi." + localStamp(kNoon)), 0u);
   EXPECT_EQ(files[1].find("velmarApi." + localStamp(kNoon + 1)), 0u);
-  EXPECT_EQ(dir.read(files[0]), std::string(59, 'A') + "\n" + std::string(59, 'B') + "\n" +
-                                    std::string(59, 'C') + "\nD\n");
+  EXPECT_EQ(dir.read(files[0]), a + "\n" + b + "\n" + c + "\nD\n");
   EXPECT_EQ(dir.read(files[1]), "E\n");
 }
 
@@ -168,95 +151,67 @@ TEST(LogFile, FlushesWhenMoreThanTheIntervalHasPassed) {
   EXPECT_EQ(dir.read(name), "a\nb\nc\n");
 }
 
-// A folder that doesn't exist: one note on the standard error, lines dropped,
-// nothing else. Flushes try again, at most once a second, and the log resumes
-// once the folder is there.
-TEST(LogFile, MissingFolderNeverHarmsAndTheFileOpensLater) {
-  TempDir dir("log_file_missing");
-  const std::string folder = dir / "later";
+// A file that can't be opened never harms the program that logs: one note
+// until a file opens again, lines dropped while none is open, a new try at
+// most once a second (flushes try too), and a failed roll keeps the open file.
+TEST(LogFile, FilesThatCannotBeOpened) {
+  TempDir dir("log_file_refused");
   g_now = kNoon;
+  static std::atomic<bool> refuse{true};
+  refuse = true;
+  LogFile::Hooks hooks = testHooks();
+  hooks.open = [](const char* path) { return refuse ? nullptr : AppendFile::openForAppend(path); };
   ::testing::internal::CaptureStderr();
   {
-    LogFile file(folder + "/velmarApi", 100, false, 3, 1, testHooks());
-    for (int i = 0; i < 10; ++i) append(file, std::string(30, 'x') + "\n");  // past the size too
-    file.flush();
+    LogFile file(dir / "velmarApi", 10, false, 3, 1, hooks);
+    append(file, "lost, and past the size\n");
     g_now = kNoon + 1;
-    file.flush();
-    append(file, "lost\n");
-    std::filesystem::create_directory(folder);
-    file.flush();  // same second as the last try
-    EXPECT_TRUE(std::filesystem::is_empty(folder));
+    file.flush();  // fails again, without a second note
+    refuse = false;
+    file.flush();  // the same second: no new try
+    EXPECT_TRUE(dir.files().empty());
     g_now = kNoon + 2;
     file.flush();
-    append(file, "kept\n");
-  }
-  std::string err = captured();
-  EXPECT_EQ(count(err, "LogFile::rollFile() cannot open "), 1u) << err;
-  EXPECT_NE(err.find(folder + "/velmarApi." + localStamp(kNoon) + "."), std::string::npos) << err;
-  std::vector<std::string> files;
-  for (const auto& entry : std::filesystem::directory_iterator(folder))
-    files.push_back(entry.path().filename().string());
-  ASSERT_EQ(files.size(), 1u);
-  EXPECT_EQ(files[0].find("velmarApi." + localStamp(kNoon + 2)), 0u);
-  EXPECT_EQ(TempDir::readFile(folder + "/" + files[0]), "kept\n");
-}
-
-// When the next file of a roll can't be opened, the open file goes on.
-TEST(LogFile, KeepsTheOpenFileWhenTheNextCannotBeOpened) {
-  TempDir dir("log_file_keep");
-  g_now = kNoon;
-  LogFile::Hooks hooks = testHooks();
-  static std::atomic<bool> refuse{false};
-  refuse = false;
-  hooks.open = [](const char* path) -> FILE* {
-    return refuse ? nullptr : AppendFile::openForAppend(path);
-  };
-  ::testing::internal::CaptureStderr();
-  {
-    LogFile file(dir / "velmarApi", 10, false, 3, 1024, hooks);
+    append(file, "kept, past the size\n");
+    g_now = kNoon + 3;
     refuse = true;
-    g_now = kNoon + 1;
-    append(file, "first line, past the limit\n");
-    append(file, "second\n");
+    append(file, "second\n");  // the roll fails: the file goes on
   }
-  std::string err = captured();
-  EXPECT_EQ(count(err, "cannot open"), 1u) << err;
+  std::string err = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(count(err, "LogFile::rollFile() cannot open "), 2u) << err;
+  EXPECT_EQ(err.find("LogFile::rollFile() cannot open " + dir / "velmarApi." + localStamp(kNoon)),
+            0u)
+      << err;
   std::vector<std::string> files = dir.files();
   ASSERT_EQ(files.size(), 1u);
-  EXPECT_EQ(dir.read(files[0]), "first line, past the limit\nsecond\n");
+  EXPECT_EQ(files[0].find("velmarApi." + localStamp(kNoon + 2)), 0u);
+  EXPECT_EQ(dir.read(files[0]), "kept, past the size\nsecond\n");
 }
 
 TEST(LogFile, ThreadSafeFileKeepsLinesWhole) {
   TempDir dir("log_file_threads");
   g_now = kNoon;
-  constexpr int kThreads = 4;
-  constexpr int kLines = 2000;
+  auto lineOf = [](int t) { return std::to_string(t) + std::string(40, 'a' + t) + "\n"; };
   {
     LogFile file(dir / "velmarApi", 1000000000, true, 3, 16, testHooks());
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-      threads.emplace_back([&file, t] {
-        std::string line = "thread " + std::to_string(t) + " " + std::string(40, 'a' + t) + "\n";
-        for (int i = 0; i < kLines; ++i) append(file, line);
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([&, t] {
+        for (int i = 0; i < 2000; ++i) append(file, lineOf(t));
       });
     }
     for (auto& thread : threads) thread.join();
   }
   std::string text = dir.read(dir.files().at(0));
-  ASSERT_EQ(text.size(), static_cast<size_t>(kThreads * kLines * 50));
-  for (int t = 0; t < kThreads; ++t) {
-    std::string line = "thread " + std::to_string(t) + " " + std::string(40, 'a' + t) + "\n";
-    EXPECT_EQ(count(text, line), static_cast<size_t>(kLines));
-  }
+  for (int t = 0; t < 4; ++t) EXPECT_EQ(count(text, lineOf(t)), 2000u);
 }
 
+// The size counts from the opening, also when the file held something, and
+// a file that isn't open counts what it drops.
 TEST(AppendFile, CountsOnlyItsOwnBytesAndAppends) {
   TempDir dir("append_file");
   const std::string path = dir / "f.log";
-  {
-    AppendFile file(path);
-    file.append("old\n", 4);
-  }
+  AppendFile(path).append("old\n", 4);
   AppendFile file(path);
   EXPECT_TRUE(file.isOpen());
   EXPECT_EQ(file.writtenBytes(), 0);
@@ -264,6 +219,12 @@ TEST(AppendFile, CountsOnlyItsOwnBytesAndAppends) {
   file.flush();
   EXPECT_EQ(file.writtenBytes(), 4);
   EXPECT_EQ(TempDir::readFile(path), "old\nnew\n");
+
+  AppendFile unopened(dir / "no/such/folder/f.log");
+  EXPECT_FALSE(unopened.isOpen());
+  unopened.append("abc", 3);
+  unopened.flush();
+  EXPECT_EQ(unopened.writtenBytes(), 3);
 }
 
 // A stream that takes no bytes (opened for reading): the failure is reported,
@@ -271,7 +232,7 @@ TEST(AppendFile, CountsOnlyItsOwnBytesAndAppends) {
 TEST(AppendFile, FailedWriteIsReportedAndCounted) {
   TempDir dir("append_file_fail");
   const std::string path = dir / "f.log";
-  { AppendFile(path).append("x", 1); }
+  AppendFile(path).append("x", 1);
   ::testing::internal::CaptureStderr();
   {
     AppendFile file(path, [](const char* p) { return std::fopen(p, "r"); });
@@ -280,16 +241,8 @@ TEST(AppendFile, FailedWriteIsReportedAndCounted) {
     file.flush();
     EXPECT_EQ(file.writtenBytes(), 6);
   }
-  std::string err = captured();
+  std::string err = ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(err.rfind("AppendFile::append() failed ", 0), 0u) << err;
   EXPECT_EQ(count(err, "\n"), 1u) << err;
   EXPECT_EQ(TempDir::readFile(path), "x");
-}
-
-TEST(AppendFile, UnopenedFileDropsWrites) {
-  AppendFile file("no/such/folder/f.log");
-  EXPECT_FALSE(file.isOpen());
-  file.append("abc", 3);
-  file.flush();
-  EXPECT_EQ(file.writtenBytes(), 3);
 }
