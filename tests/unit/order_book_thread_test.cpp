@@ -46,7 +46,7 @@ void clearBooks(MdApiImpl& impl) {
 // ---------------------------------------------------------------------------
 // Books made, replaced and dropped by the front.
 
-TEST(OrderBookMap, AddMakesAFreshBookAndLogs) {
+TEST(OrderBookMap, AddReplaceRemoveClear) {
   BookHarness h;
   LogCapture capture(velmar::utility::Logger::INFO);
   char id16[16];
@@ -62,35 +62,26 @@ TEST(OrderBookMap, AddMakesAFreshBookAndLogs) {
   EXPECT_EQ(0, b->UpdateTime);
   EXPECT_EQ(0, b->LastPrice + b->TotalValue);
   EXPECT_EQ(0, b->TotalVolume + b->NumTrades);
-  // Every level price 0, quantity 0, list ",".
-  EXPECT_EQ("", bids(*b));
+  EXPECT_EQ("", bids(*b)) << "every level price 0, quantity 0, list \",\"";
   EXPECT_EQ("", asks(*b));
   EXPECT_EQ(std::vector<std::string>{"szseOrderBookMap_ add subInstrumentID:000001"},
             LogCapture::messages("szseOrderBookMap_"));
   EXPECT_NE(std::string::npos, LogCapture::text().find(" INFO "));
-}
 
-TEST(OrderBookMap, ASecondGrantStartsAFreshBook) {
-  BookHarness h;
-  h.add(kId);
+  // A second grant starts a Fresh book.
   ASSERT_TRUE(h.snapshot(snapshotBody(seeded(100))));
   ASSERT_TRUE(h.order(orderBody(kId, 1, '1', 100500, 100, 110)));
   h.add(kId);
   EXPECT_EQ(0, h.book()->UpdateTime);
   EXPECT_EQ("", bids(*h.book()));
   EXPECT_FALSE(h.order(orderBody(kId, 2, '1', 100500, 100, 120))) << "Fresh again";
-  EXPECT_TRUE(h.snapshot(snapshotBody(seeded(105))));
-}
 
-TEST(OrderBookMap, RemoveAndClear) {
-  BookHarness h;
-  h.add("000001");
   h.add("000002");
-  h.add("12345678");
   h.remove("000001");
   h.remove("999999");  // not there: nothing happens
   EXPECT_EQ(nullptr, h.book("000001"));
   EXPECT_NE(nullptr, h.book("000002"));
+  EXPECT_EQ(1u, h.impl.bookKeys_.size());
   clearBooks(h.impl);
   EXPECT_TRUE(h.impl.szseOrderBookMap_.empty());
   EXPECT_TRUE(h.impl.bookKeys_.empty());

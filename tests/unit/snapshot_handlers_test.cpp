@@ -83,6 +83,7 @@ class SnapshotHandlersTest : public ::testing::Test {
     api_.marketDataExchange1_.clear();
     api_.marketDataExchange2_.clear();
     spi_.calls = 0;
+    LogCapture::clear();
   }
   void feed(const FeedDatagram& datagram) { api_.onFeedDatagram(datagram.data()); }
 
@@ -94,6 +95,14 @@ class SnapshotHandlersTest : public ::testing::Test {
 // ---------------------------------------------------------------------------
 // Golden messages
 // ---------------------------------------------------------------------------
+
+void setQueues(CVelmarMarketData& r, std::initializer_list<uint32_t> bid,
+               std::initializer_list<uint32_t> ask) {
+  r.BestBidQueueSize = static_cast<uint8_t>(bid.size());
+  r.BestAskQueueSize = static_cast<uint8_t>(ask.size());
+  std::copy(bid.begin(), bid.end(), r.BestBidQueue);
+  std::copy(ask.begin(), ask.end(), r.BestAskQueue);
+}
 
 FeedDatagram goldenSseSnapshot() {
   FeedDatagram d = FeedDatagram::shanghai(kSseSnapshot);
@@ -183,13 +192,7 @@ void applyGoldenSseSnapshot(CVelmarMarketData& r) {
   r.NumOfferOrders = 0xFA00000Bu;
   r.BestBidOrderCount = 0xE0000001u;
   r.BestAskOrderCount = 0xE0000002u;
-  r.BestBidQueueSize = 3;
-  r.BestBidQueue[0] = 4000000001u;
-  r.BestBidQueue[1] = 4000000002u;
-  r.BestBidQueue[2] = 4000000003u;
-  r.BestAskQueueSize = 2;
-  r.BestAskQueue[0] = 4100000001u;
-  r.BestAskQueue[1] = 4100000002u;
+  setQueues(r, {4000000001u, 4000000002u, 4000000003u}, {4100000001u, 4100000002u});
 }
 
 FeedDatagram goldenSseIndex() {
@@ -273,13 +276,7 @@ void applyGoldenSzseSnapshot(CVelmarMarketData& r) {
   r.IOPV = 1.000009;
   r.BestBidOrderCount = 0xE1000001u;
   r.BestAskOrderCount = 0xE1000002u;
-  r.BestBidQueueSize = 3;
-  r.BestBidQueue[0] = 40000000;
-  r.BestBidQueue[1] = 40000001;
-  r.BestBidQueue[2] = 123;
-  r.BestAskQueueSize = 2;
-  r.BestAskQueue[0] = 41000000;
-  r.BestAskQueue[1] = 0;
+  setQueues(r, {40000000, 40000001, 123}, {41000000, 0});  // raw / 100
 }
 
 FeedDatagram goldenSzseIndex() {
@@ -410,7 +407,7 @@ TEST_F(SnapshotHandlersTest, NothingBeforeTheFrontIsDoneOrWithoutARecord) {
   EXPECT_EQ(LogCapture::text(), "");
 }
 
-TEST_F(SnapshotHandlersTest, VolumeDecidesFirstThenTime) {
+TEST_F(SnapshotHandlersTest, VolumeDecidesFirstThenTimeAndOnlyShenzhenSnapshotsLogLateOnes) {
   struct Case {
     const char* name;
     int64_t volume;  // in record units
@@ -434,8 +431,8 @@ TEST_F(SnapshotHandlersTest, VolumeDecidesFirstThenTime) {
       stored->TotalVolume = 1000;
       stored->UpdateTime = 5000;
       const CVelmarMarketData before = *stored;
-      const uint64_t divisor = k.volumeDivisor;
-      feed(minimal(k, "000001", static_cast<uint64_t>(c.volume) * divisor + divisor - 1, c.time));
+      const uint64_t raw = static_cast<uint64_t>(c.volume) * k.volumeDivisor + k.volumeDivisor - 1;
+      feed(minimal(k, "000001", raw, c.time));
       if (c.applied) {
         EXPECT_EQ(spi_.calls, 1);
         EXPECT_EQ(stored->TotalVolume, c.volume);
@@ -444,40 +441,20 @@ TEST_F(SnapshotHandlersTest, VolumeDecidesFirstThenTime) {
         EXPECT_EQ(spi_.calls, 0);
         EXPECT_TRUE(sameRecord(before, *stored));
       }
+      // Only a late Shenzhen snapshot is logged, with the raw volume.
+      const std::string text = LogCapture::text();
+      if (c.applied || k.type != kSzseSnapshot) {
+        EXPECT_EQ(text, "");
+        continue;
+      }
+      EXPECT_NE(text.find(" INFO "), std::string::npos) << text;
+      EXPECT_NE(text.find("SzseMd MD_LOST Applseqnum " + std::to_string(raw) +
+                          ",SecurityID 000001,time:" + std::to_string(c.time) +
+                          " - SnapshotHandlers.cpp:"),
+                std::string::npos)
+          << text;
+      EXPECT_EQ(1, std::count(text.begin(), text.end(), '\n'));
     }
-  }
-}
-
-TEST_F(SnapshotHandlersTest, OnlyALateShenzhenSnapshotIsLogged) {
-  for (const Kind& k : kKinds) {
-    SCOPED_TRACE(k.name);
-    clearRecords();
-    LogCapture::clear();
-    CVelmarMarketData* stored = addRecord(k.exchange, "000001");
-    stored->TotalVolume = 1000;
-    stored->UpdateTime = 20240612093000000;
-    const uint64_t divisor = k.volumeDivisor;
-    feed(minimal(k, "000001", 999 * divisor + 7, 20240612093000123));  // lower volume
-    feed(minimal(k, "000001", 1000 * divisor, 20240612093000000));     // same volume and time
-    EXPECT_EQ(spi_.calls, 0);
-    if (std::string(k.name) != "SzseSnapshot") {
-      EXPECT_EQ(LogCapture::text(), "");
-      continue;
-    }
-    // The line names the raw volume, not the record's.
-    const std::string text = LogCapture::text();
-    const std::string first = text.substr(0, text.find('\n') + 1);
-    const std::string second = text.substr(first.size());
-    EXPECT_NE(first.find(" INFO "), std::string::npos) << first;
-    EXPECT_NE(first.find("SzseMd MD_LOST Applseqnum 99907,SecurityID 000001,"
-                         "time:20240612093000123 - SnapshotHandlers.cpp:"),
-              std::string::npos)
-        << first;
-    EXPECT_NE(second.find("SzseMd MD_LOST Applseqnum 100000,SecurityID 000001,"
-                          "time:20240612093000000 - "),
-              std::string::npos)
-        << second;
-    EXPECT_EQ(1, std::count(second.begin(), second.end(), '\n'));
   }
 }
 
