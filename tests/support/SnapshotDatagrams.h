@@ -15,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <initializer_list>
 #include <stdexcept>
 #include <vector>
 
@@ -37,6 +38,15 @@ class FeedDatagram {
   FeedDatagram& u32(size_t offset, uint32_t v) { return put(offset, v, 4); }
   FeedDatagram& u64(size_t offset, uint64_t v) { return put(offset, v, 8); }
   FeedDatagram& i64(size_t offset, int64_t v) { return put(offset, static_cast<uint64_t>(v), 8); }
+  /// Consecutive fields of one width, from `offset` on.
+  FeedDatagram& u32s(size_t offset, std::initializer_list<uint32_t> vs) {
+    for (uint32_t v : vs) put(offset, v, 4), offset += 4;
+    return *this;
+  }
+  FeedDatagram& u64s(size_t offset, std::initializer_list<uint64_t> vs) {
+    for (uint64_t v : vs) put(offset, v, 8), offset += 8;
+    return *this;
+  }
   /// `width` bytes: the text, then NULs up to the width.
   FeedDatagram& text(size_t offset, const char* s, size_t width) {
     const size_t len = std::strlen(s);

@@ -3,6 +3,7 @@
 // delivered record. Datagrams are written byte by byte (support/Datagram.h).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <random>
 
@@ -39,24 +40,35 @@ class TickPath : public ::testing::Test {
   MdApiImpl api_;
 };
 
+/// The fields every tick fills alike; the id's bytes behind its NUL are zero.
+void expectHead(const CVelmarTickByTick& r, uint32_t exchange, const char* id, int64_t seq,
+                int64_t time, uint32_t tickType, uint32_t channel) {
+  EXPECT_EQ(r.ExchangeID, exchange);
+  EXPECT_STREQ(r.SecurityID, id);
+  for (size_t i = std::strlen(id); i < sizeof r.SecurityID; ++i) EXPECT_EQ(r.SecurityID[i], 0);
+  EXPECT_EQ(r.SeqNo, seq);
+  EXPECT_EQ(r.ApplSeqNum, seq);
+  EXPECT_EQ(r.TickTime, time);
+  EXPECT_EQ(r.TickType, tickType);
+  EXPECT_EQ(r.ChannelNo, channel);
+  EXPECT_EQ(r.Padding1, 0u);
+  EXPECT_EQ(r.Padding2, 0u);
+}
+
 }  // namespace
 
 TEST_F(TickPath, ShenzhenOrderFillsEveryField) {
   api_.allTickExchange2_ = true;
+  // A trade first fills the record's trade overlay, which the order must clear.
+  feed(szseTrade(1, 1, "000009", 1, 100, 'F', 1, 5, 6));
   // Price and quantity pick values that show a wrong divisor or width: the
   // quantity has bits above 32, 12345678901 / 100 truncates to 123456789.
+  // OrderTime stands at an odd offset.
   feed(szseOrder(0xBEEF, 0x0102030405060708LL, "000001", 100500, 12345678901ULL, '1',
                  20240102093015123LL, '2'));
-  ASSERT_EQ(count(), 1u);
+  ASSERT_EQ(count(), 2u);
   const CVelmarTickByTick& r = last();
-  EXPECT_EQ(r.ExchangeID, 2u);
-  EXPECT_STREQ(r.SecurityID, "000001");
-  for (size_t i = 6; i < sizeof r.SecurityID; ++i) EXPECT_EQ(r.SecurityID[i], 0);
-  EXPECT_EQ(r.SeqNo, 0x0102030405060708LL);
-  EXPECT_EQ(r.ApplSeqNum, 0x0102030405060708LL);
-  EXPECT_EQ(r.TickTime, 20240102093015123LL);  // OrderTime stands at an odd offset
-  EXPECT_EQ(r.TickType, 1u);
-  EXPECT_EQ(r.ChannelNo, 0xBEEFu);
+  expectHead(r, 2, "000001", 0x0102030405060708LL, 20240102093015123LL, 1, 0xBEEF);
   EXPECT_EQ(r.Price, 10.05);
   EXPECT_EQ(r.Qty, 123456789);
   EXPECT_EQ(r.Side, '1');
@@ -65,8 +77,6 @@ TEST_F(TickPath, ShenzhenOrderFillsEveryField) {
   EXPECT_EQ(r.BidApplSeqNum, 0);
   EXPECT_EQ(r.OfferApplSeqNum, 0);
   EXPECT_EQ(r.TradeFlag, 0);
-  EXPECT_EQ(r.Padding1, 0u);
-  EXPECT_EQ(r.Padding2, 0u);
 }
 
 TEST_F(TickPath, ShenzhenTradeFillsEveryField) {
@@ -75,15 +85,9 @@ TEST_F(TickPath, ShenzhenTradeFillsEveryField) {
                  0x66778899AALL));
   ASSERT_EQ(count(), 1u);
   const CVelmarTickByTick& r = last();
-  EXPECT_EQ(r.ExchangeID, 2u);
-  EXPECT_STREQ(r.SecurityID, "300446");
-  EXPECT_EQ(r.SeqNo, 55);
-  EXPECT_EQ(r.ApplSeqNum, 55);
-  EXPECT_EQ(r.TickTime, 20171229093000000LL);
-  EXPECT_EQ(r.TickType, 2u);
-  EXPECT_EQ(r.ChannelNo, 7u);
+  expectHead(r, 2, "300446", 55, 20171229093000000LL, 2, 7);
   EXPECT_EQ(r.Price, 25.0001);
-  EXPECT_EQ(r.Qty, 1);  // 199 / 100 truncates
+  EXPECT_EQ(r.Qty, 1);           // 199 / 100 truncates
   EXPECT_EQ(r.TradeMoney, 7.0);  // the channel, as the field carries no money here
   EXPECT_EQ(r.BidApplSeqNum, 0x1122334455LL);
   EXPECT_EQ(r.OfferApplSeqNum, 0x66778899AALL);
@@ -96,12 +100,7 @@ TEST_F(TickPath, ShanghaiTradeFillsEveryFieldWithASignedIndex) {
                 0xFFFFFFFF01ULL, 42, 'S'));
   ASSERT_EQ(count(), 1u);
   const CVelmarTickByTick& r = last();
-  EXPECT_EQ(r.ExchangeID, 1u);
-  EXPECT_STREQ(r.SecurityID, "600000");
-  EXPECT_EQ(r.SeqNo, 77);
-  EXPECT_EQ(r.TickTime, 93000123);
-  EXPECT_EQ(r.TickType, 2u);
-  EXPECT_EQ(r.ChannelNo, 0x01020304u);
+  expectHead(r, 1, "600000", 77, 93000123, 2, 0x01020304);
   EXPECT_EQ(r.Price, 10.15);
   EXPECT_EQ(r.Qty, 2500);
   EXPECT_EQ(r.TradeMoney, 123456789012345.0 / 100000);
@@ -132,9 +131,9 @@ TEST_F(TickPath, SequenceCheckPerChannel) {
       {'o', 1, 103, false},  // older
       {'t', 1, 105, false},  // repeat
       {'o', 2, 3, true},     // another channel has its own line
-      {'o', 1, 106, true},
-      {'t', 2, 2, false},
-      {'t', 2, 0, false},  // 0 after a number is older
+      {'o', 1, 106, true},  {'t', 2, 2, false}, {'t', 2, 0, false},  // 0 after a number is older
+      {'o', 4, 0, true},                                             // 0 on a fresh channel
+      {'o', 4, 0, true},  // stored 0 still counts as fresh
   };
   size_t expected = 0;
   for (const Step& s : steps) {
@@ -149,13 +148,6 @@ TEST_F(TickPath, SequenceCheckPerChannel) {
   EXPECT_EQ(api_.channelSeq_[2], 3);
 }
 
-TEST_F(TickPath, ZeroOnAFreshChannelIsAcceptedAndStaysOpen) {
-  api_.allTickExchange2_ = true;
-  feed(szseOrder(4, 0, "000001", 1, 100, '1', 1));
-  feed(szseOrder(4, 0, "000001", 1, 100, '1', 1));  // stored 0 counts as fresh
-  EXPECT_EQ(count(), 2u);
-}
-
 TEST_F(TickPath, RefusalsAreLoggedForShenzhenOnlyAtInfo) {
   api_.allTickExchange1_ = true;
   api_.allTickExchange2_ = true;
@@ -165,14 +157,12 @@ TEST_F(TickPath, RefusalsAreLoggedForShenzhenOnlyAtInfo) {
   feed(sseTrade(8, 10, "600000", 1, 1000, 0, 1));
   feed(sseTrade(8, 10, "600000", 1, 1000, 0, 1));
   const std::string text = LogCapture::text();
-  EXPECT_NE(text.find("INFO   "), std::string::npos);
-  EXPECT_NE(
-      text.find("ORDER_LOST SecurityID: 000001 pre_seq 10 , Applseqnum 9 , ChannalNo: 3 - "),
-      std::string::npos)
+  EXPECT_TRUE(LogCapture::contains("INFO   "));
+  EXPECT_TRUE(LogCapture::contains(
+      "ORDER_LOST SecurityID: 000001 pre_seq 10 , Applseqnum 9 , ChannalNo: 3 - "))
       << text;
-  EXPECT_NE(
-      text.find("TRADE_LOST SecurityID: 000002 pre_seq 10, Applseqnum 10 , ChannalNo: 3 - "),
-      std::string::npos)
+  EXPECT_TRUE(LogCapture::contains(
+      "TRADE_LOST SecurityID: 000002 pre_seq 10, Applseqnum 10 , ChannalNo: 3 - "))
       << text;
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2);  // Shanghai is silent
   EXPECT_EQ(count(), 2u);
@@ -194,8 +184,6 @@ TEST_F(TickPath, SubscriptionFilterByExchangeFlagOrInstrument) {
   feed(szseOrder(1, 5, "000001", 1, 100, '1', 1));
   feed(sseTrade(1, 6, "600000", 1, 1000, 0, 1));  // Shanghai channel 1 is the same line
   feed(szseTrade(1, 6, "000001", 1, 100, 'F', 1));
-  EXPECT_EQ(count(), 2u);
-  feed(szseOrder(1, 3, "000002", 1, 100, '1', 1));
   EXPECT_EQ(count(), 2u);
 
   // The flag of one exchange opens that exchange only.
@@ -238,16 +226,25 @@ TEST_F(TickPath, GateAndUnknownTypes) {
 }
 
 TEST_F(TickPath, GarbageOfEveryTypeNeverCrashes) {
+  // Random bytes behind each type, for an instrument with a record that every
+  // message finds fresh: no count or field taken from the message may lead a
+  // read outside the receive buffer (the sanitizers watch).
   api_.allTickExchange1_ = true;
   api_.allTickExchange2_ = true;
   api_.snapshotsComplete_ = true;
+  for (auto* records : {&api_.marketDataExchange1_, &api_.marketDataExchange2_})
+    (*records)["000001"].reset(new CVelmarMarketData());
   Logger::setLogLevel(Logger::WARN);
   std::mt19937 rng(12345);
   const uint32_t types[] = {3113, 3201, 3202, 300111, 300191, 300192, 309011, 309111};
   for (int round = 0; round < 400; ++round) {
-    Datagram d(types[round % 8]);
+    const uint32_t type = types[round % 8];
+    Datagram d(type);
     for (size_t i = 4; i < Datagram::kReceiveSize; ++i) d.raw()[i] = static_cast<uint8_t>(rng());
+    d.text(type < 300000 ? 8 : 17, "000001", 8);
+    api_.marketDataExchange1_["000001"]->TotalVolume = -1;
+    api_.marketDataExchange2_["000001"]->TotalVolume = -1;
     feed(d);
   }
-  SUCCEED();
+  EXPECT_GE(spi_.marketData.size(), 200u);
 }
