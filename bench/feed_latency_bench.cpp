@@ -3,16 +3,18 @@
 // recvfrom loop that receives the same bytes in the same run.
 //
 // Each sample is one datagram: the sender takes the time, sends, and waits
-// (sleeping, so that it leaves the cores to the receivers) until the receiving
-// side has taken its own time. Both sides read the same steady clock. The
-// sender waits for each answer before the next datagram, so queueing in the
-// socket never enters a sample.
+// until the receiving side has taken its own time. Both sides read the same
+// steady clock. The sender waits for each answer before the next datagram, so
+// queueing in the socket never enters a sample.
 //
 // How long a blocked receiver takes to wake depends on how long its processor
-// has been idle, and on a virtual machine that time has two or more modes
-// (here about 10 us and about 60 us). Bare and library samples alternate and
-// take turns going first, so both meet the same modes; compare the figures of
-// one run with each other rather than across runs.
+// has been idle, and on a virtual machine that time has modes far apart (here
+// about 10, 25 and 60 us). Bare and library samples alternate and take turns
+// going first, so both meet the same conditions; compare the figures of one
+// run with each other rather than across runs. For the ticks the sender spins
+// while it waits, which keeps the machine in one mode. For the books it sleeps
+// instead: the book thread already keeps one core busy for good, and a second
+// spinning thread would leave the receivers none on a two-core machine.
 //
 // The bare loop is a thread blocked in recvfrom on a socket of its own (same
 // group, another port); its time is taken right after the call returns. Each
@@ -148,6 +150,7 @@ struct Rig {
   MdApiImpl* impl = nullptr;  // leaked on purpose: its threads outlive main
   TimingSpi* spi = nullptr;
   bool bookThreadStarted = false;
+  bool spinWait = false;  // how sendAndWait waits: spinning, or sleeping
   int64_t seq = 1000;    // ApplSeqNum on channel 2011, rising across all datagrams
   int64_t stamp = 1000;  // order, trade and snapshot times, rising
   std::string error;
@@ -206,6 +209,7 @@ struct Rig {
     const int64_t deadline = sent + limitNs;
     while (arrivals.count.load(std::memory_order_acquire) == before) {
       if (nowNs() > deadline) return -1;
+      if (spinWait) continue;
       std::this_thread::sleep_for(std::chrono::microseconds(2));
     }
     return arrivals.lastNs.load(std::memory_order_relaxed) - sent;
@@ -217,19 +221,8 @@ struct Rig {
   Bytes tradeDatagram(const std::string& id, uint64_t price) {
     return wire(kTradeType, tradeBody(id, 'F', 0, 0, price, 10000, ++stamp, ++seq));
   }
-  /// Ten levels a side: bids 10.00 down to 9.10, asks 10.10 up to 11.00.
   Bytes snapshotDatagram(const std::string& id) {
-    Snapshot s;
-    s.id = id;
-    s.origTime = ++stamp;
-    s.lastPx = 10000000;
-    for (int i = 0; i < 10; ++i) {
-      s.bidPx[i] = static_cast<uint32_t>(10000000 - 100000 * i);
-      s.bidQty[i] = 10000;
-      s.offerPx[i] = static_cast<uint32_t>(10100000 + 100000 * i);
-      s.offerQty[i] = 10000;
-    }
-    return wire(kSnapshotType, snapshotBody(s));
+    return wire(kSnapshotType, snapshotBody(tenLevelSnapshot(id, ++stamp)));
   }
   /// The message type and the body: the datagram exactly as the feed sends it.
   static Bytes wire(uint32_t type, const Bytes& body) {
@@ -302,7 +295,9 @@ void sideBySide(benchmark::State& state, Next next, Arrivals& libraryArrivals) {
 void BM_FeedToTickByTick(benchmark::State& state) {
   Rig& r = rig();
   if (!r.error.empty()) return state.SkipWithError(r.error.c_str());
+  r.spinWait = true;
   sideBySide(state, [&] { return r.orderDatagram(kTickId, '1', 95500); }, r.spi->ticks);
+  r.spinWait = false;
 }
 BENCHMARK(BM_FeedToTickByTick)
     ->Iterations(kSamples)

@@ -65,19 +65,10 @@ struct Session {
     handle(snap, orderBookNode::kSnapshot);
   }
   Snapshot fullSnapshot() {
-    Snapshot s;
-    s.id = kId;
-    s.origTime = ++stamp;
-    s.lastPx = 10000000;
+    Snapshot s = tenLevelSnapshot(kId, ++stamp);
     s.numTrades = 10;
     s.totalVolumeTrade = 100000;
     s.totalValueTrade = 10000000;
-    for (int i = 0; i < 10; ++i) {
-      s.bidPx[i] = static_cast<uint32_t>(10000000 - 100000 * i);
-      s.bidQty[i] = 10000;
-      s.offerPx[i] = static_cast<uint32_t>(10100000 + 100000 * i);
-      s.offerQty[i] = 10000;
-    }
     return s;
   }
   bool handle(const Bytes& body, int32_t kind) {

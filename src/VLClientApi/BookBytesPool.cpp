@@ -17,9 +17,13 @@ char* BookBytesPool::take(size_t size) {
     return bytes;
   }
   const uint64_t head = head_.load(std::memory_order_relaxed);
-  // Acquire: the index in the ring and the book thread's last reads of that
-  // slot come before the slot is written again.
-  if (head != tail_.load(std::memory_order_acquire)) {
+  // The book thread writes tail_ on every release, so reading it costs a
+  // cache line from the other core; the receiver reads it again only when
+  // the free slots it last saw are used up. Acquire: the index in the ring
+  // and the book thread's last reads of that slot come before the slot is
+  // written again.
+  if (head == seenTail_) seenTail_ = tail_.load(std::memory_order_acquire);
+  if (head != seenTail_) {
     const uint32_t index = ring_[head & kMask];
     head_.store(head + 1, std::memory_order_relaxed);
     return storage_.get() + static_cast<size_t>(index) * kSlotSize;

@@ -67,6 +67,8 @@ class BookBytesPool {
   char* spare_ = nullptr;
   /// Read position: receiver thread only.
   alignas(64) std::atomic<uint64_t> head_{0};
+  /// tail_ as the receiver last read it: receiver thread only.
+  uint64_t seenTail_ = 0;
   /// Write position: book thread only; starts full.
   alignas(64) std::atomic<uint64_t> tail_{kSlots};
 };

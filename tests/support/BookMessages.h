@@ -120,6 +120,22 @@ inline Bytes snapshotBody(const Snapshot& s) {
   return b;
 }
 
+/// A full book of ten levels a side, 100 shares each: bids 10.00 down to
+/// 9.10, asks 10.10 up to 11.00, last price 10.00.
+inline Snapshot tenLevelSnapshot(const std::string& id, int64_t origTime) {
+  Snapshot s;
+  s.id = id;
+  s.origTime = origTime;
+  s.lastPx = 10000000;
+  for (int i = 0; i < 10; ++i) {
+    s.bidPx[i] = static_cast<uint32_t>(10000000 - 100000 * i);
+    s.bidQty[i] = 10000;
+    s.offerPx[i] = static_cast<uint32_t>(10100000 + 100000 * i);
+    s.offerQty[i] = 10000;
+  }
+  return s;
+}
+
 /// A datagram in a receive buffer of 5000 bytes: the type, then the body.
 inline Bytes datagram(uint32_t type, const Bytes& body) {
   Bytes d(5000, '\0');
