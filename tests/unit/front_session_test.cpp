@@ -4,6 +4,7 @@
 // and the feed threads, so that many sessions can live in one process.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstring>
 #include <future>
 #include <memory>
@@ -297,16 +298,18 @@ TEST_F(FrontSession, StreamEdgesAndALogoutThatDropsTheRestOfTheRead) {
 // Inside OnRspUserLogin and OnRtnMarketData the session lock is held: a
 // request that goes out, and one whose send fails and is reported.
 TEST_F(FrontSession, RequestsFromInsideCallbacksNeverDeadlock) {
-  char* ids[] = {id300446};
-  spi_.onLogin = [&](bool ok) {
+  // The callbacks run on the loop thread and may still run after the body
+  // has returned (a record that comes late, a login in TearDown), so they
+  // reach nothing on this stack.
+  static char* ids[] = {id300446};
+  spi_.onLogin = [this](bool ok) {
     if (!ok) return;
     api_.SubMarketData(ids, 1, 50);
     api_.SubTickByTick(many_.data(), 255, 51);
   };
-  bool once = false;
-  spi_.onMarketData = [&] {
-    if (!once) api_.SubOrderBook(many_.data(), 255, 52);
-    once = true;
+  auto once = std::make_shared<std::atomic<bool>>(false);
+  spi_.onMarketData = [this, once] {
+    if (!once->exchange(true)) api_.SubOrderBook(many_.data(), 255, 52);
   };
   login();
   ASSERT_GE(spi_.waitFor("sub md 300446 last"), 0) << spi_.dump();
