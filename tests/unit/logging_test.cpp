@@ -142,6 +142,15 @@ TEST(LogStreamTest, NumbersNeed32FreeBytesWhileShortTextStillFits) {
   EXPECT_EQ(t.buffer().toString(),
             "-2147483648 -9223372036854775808 18446744073709551615 -5 65535 0 0xABCDEF 0x0 "
             "10.050000 (null)");
+
+  // Numbers go out two digits a step: every digit count, odd and even.
+  for (long long v = 1; v < LLONG_MAX / 10; v = v * 10 + v % 7) {
+    for (long long x : {v - 1, v, -v}) {
+      LogStream u;
+      u << x << ' ' << static_cast<unsigned long long>(x < 0 ? -x : x);
+      EXPECT_EQ(u.buffer().toString(), std::to_string(x) + ' ' + std::to_string(x < 0 ? -x : x));
+    }
+  }
 }
 
 TEST(CurrentThreadTest, AThreadNotStartedByTheLibraryIsUnknown) {
