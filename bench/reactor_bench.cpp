@@ -2,6 +2,8 @@
 //  - CrossThreadRunInLoop: from runInLoop on another thread to the functor
 //    running on the loop thread. The loop's poll waits up to 1 ms, so this
 //    measures the wake-up through the loopback pair.
+//  - BareLoopbackWake: the floor under it, in the same run: a plain thread in
+//    poll on a loopback pair like the loop's, woken by an 8-byte send.
 //  - RunEveryCancel: one runEvery and its cancel on the loop thread, as the
 //    front connection re-arms its receive time-out for every message.
 // Both report the median (counters "median_us", "median_ns") next to the mean.
@@ -15,6 +17,7 @@
 
 #include "VLNet/EventLoop.h"
 #include "VLNet/EventLoopThread.h"
+#include "utility/Platform.h"
 
 using velmar::net::EventLoop;
 using velmar::net::EventLoopThread;
@@ -53,6 +56,43 @@ void CrossThreadRunInLoop(benchmark::State& state) {
   thread.join();
 }
 BENCHMARK(CrossThreadRunInLoop)->UseManualTime()->Unit(benchmark::kMicrosecond);
+
+void BareLoopbackWake(benchmark::State& state) {
+  int pair[2];
+  if (velmar::net::createLoopbackPair(pair) != 0) return state.SkipWithError("no loopback pair");
+  std::atomic<bool> stop{false}, woke{false};
+  Clock::time_point wokeAt;
+  std::thread waiter([&] {
+    while (!stop.load(std::memory_order_relaxed)) {
+      velmar::platform::PollFd entry{};
+      velmar::platform::setPollHandle(entry, pair[0]);
+      entry.events = velmar::platform::kPollRdNorm;
+      if (velmar::platform::pollSockets(&entry, 1, 1) <= 0) continue;
+      char bytes[8];
+      velmar::platform::recvSocket(pair[0], bytes, sizeof bytes);
+      wokeAt = Clock::now();
+      woke.store(true, std::memory_order_release);
+    }
+  });
+  std::vector<double> samples;
+  samples.reserve(100000);
+  const char bytes[8] = {1};
+  for (auto _ : state) {
+    woke.store(false, std::memory_order_relaxed);
+    Clock::time_point start = Clock::now();
+    velmar::platform::sendSocket(pair[1], bytes, sizeof bytes);
+    while (!woke.load(std::memory_order_acquire)) std::this_thread::yield();
+    double seconds = std::chrono::duration<double>(wokeAt - start).count();
+    state.SetIterationTime(seconds);
+    samples.push_back(seconds * 1e6);
+  }
+  state.counters["median_us"] = median(samples);
+  stop = true;
+  waiter.join();
+  velmar::platform::closeSocket(pair[0]);
+  velmar::platform::closeSocket(pair[1]);
+}
+BENCHMARK(BareLoopbackWake)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 void RunEveryCancel(benchmark::State& state) {
   EventLoop loop;  // this thread is its loop thread: both calls are synchronous
