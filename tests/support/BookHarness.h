@@ -12,6 +12,7 @@
 #include "VLClientApi/MdApiImpl.h"
 #include "VLClientApi/OrderBookRules.h"
 #include "support/BookMessages.h"
+#include "support/LogCapture.h"
 #include "utility/Logging.h"
 
 namespace booktest {
@@ -127,51 +128,6 @@ struct BookHarness {
   bool snapshot(const Bytes& body) { return feed(body, orderBookNode::kSnapshot); }
 };
 
-/// Diverts the log into a text for the life of the object, at a given level.
-class LogCapture {
- public:
-  explicit LogCapture(velmar::utility::Logger::LogLevel level)
-      : level_(velmar::utility::Logger::logLevel()), output_(velmar::utility::Logger::output()) {
-    text().clear();
-    velmar::utility::Logger::setOutput(&LogCapture::append);
-    velmar::utility::Logger::setLogLevel(level);
-  }
-  ~LogCapture() {
-    velmar::utility::Logger::setLogLevel(level_);
-    velmar::utility::Logger::setOutput(output_);
-  }
-  LogCapture(const LogCapture&) = delete;
-  LogCapture& operator=(const LogCapture&) = delete;
-
-  /// The message of each line from the function name (or the text) on, without
-  /// the " - file:line" tail, for lines that contain `from`.
-  static std::vector<std::string> messages(const std::string& from) {
-    std::vector<std::string> out;
-    size_t pos = 0;
-    const std::string& all = text();
-    while (pos < all.size()) {
-      size_t end = all.find('\n', pos);
-      if (end == std::string::npos) end = all.size();
-      const std::string line = all.substr(pos, end - pos);
-      pos = end + 1;
-      const size_t start = line.find(from);
-      if (start == std::string::npos) continue;
-      const size_t tail = line.rfind(" - ");
-      out.push_back(
-          line.substr(start, tail == std::string::npos ? std::string::npos : tail - start));
-    }
-    return out;
-  }
-  static std::string& text() {
-    static std::string captured;
-    return captured;
-  }
-
- private:
-  static void append(const char* msg, int len) { text().append(msg, static_cast<size_t>(len)); }
-
-  velmar::utility::Logger::LogLevel level_;
-  velmar::utility::Logger::OutputFunc output_;
-};
+using velmar::testing::LogCapture;
 
 }  // namespace booktest

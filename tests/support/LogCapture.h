@@ -4,6 +4,7 @@
 
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "utility/Logging.h"
 
@@ -34,6 +35,25 @@ class LogCapture {
     buffer().clear();
   }
   static bool contains(const std::string& piece) { return text().find(piece) != std::string::npos; }
+  /// The message of each line that contains `from`, from there on, without
+  /// the " - file:line" tail.
+  static std::vector<std::string> messages(const std::string& from) {
+    std::vector<std::string> out;
+    const std::string all = text();
+    size_t pos = 0;
+    while (pos < all.size()) {
+      size_t end = all.find('\n', pos);
+      if (end == std::string::npos) end = all.size();
+      const std::string line = all.substr(pos, end - pos);
+      pos = end + 1;
+      const size_t start = line.find(from);
+      if (start == std::string::npos) continue;
+      const size_t tail = line.rfind(" - ");
+      out.push_back(
+          line.substr(start, tail == std::string::npos ? std::string::npos : tail - start));
+    }
+    return out;
+  }
 
  private:
   static void write(const char* msg, int len) {

@@ -316,7 +316,7 @@ TEST(OrderBookLog, DebugLinesOfTheRulesAndNoneAboveDebug) {
   for (const std::string& line : LogCapture::messages("DEBUG"))
     EXPECT_NE(std::string::npos, line.find(f)) << line;
 
-  LogCapture::text().clear();
+  LogCapture::clear();
   velmar::utility::Logger::setLogLevel(velmar::utility::Logger::INFO);
   applyOrder(*b, orderBody(kId, 4, '2', 100500, 100, 6).data());
   applyTrade(*b, tradeBody(kId, 'F', 0, 0, 100500, 100, 7).data());
