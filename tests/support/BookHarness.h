@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -58,16 +59,6 @@ inline double tick(uint64_t raw) {
   return static_cast<double>(raw) / 10000.0;
 }
 
-/// The raw order price of a decimal text such as "10.05" (100500), exactly.
-inline uint64_t rawPrice(const std::string& text) {
-  uint64_t whole = 0, fraction = 0, scale = 10000;
-  size_t i = 0;
-  for (; i < text.size() && text[i] != '.'; ++i) whole = whole * 10 + (text[i] - '0');
-  for (++i; i < text.size() && scale > 1; ++i)
-    fraction = fraction * 10 + (text[i] - '0'), scale /= 10;
-  return whole * 10000 + fraction * scale;
-}
-
 /// Sets the levels of one side from the text that sideText prints: levels
 /// "price:qty:list" separated by blanks; levels not named stay as they are.
 inline void setSide(double* px, int64_t* qty, std::string* lists, const std::string& text) {
@@ -77,7 +68,7 @@ inline void setSide(double* px, int64_t* qty, std::string* lists, const std::str
     if (end == std::string::npos) end = text.size();
     const std::string level = text.substr(pos, end - pos);
     const size_t c1 = level.find(':'), c2 = level.find(':', c1 + 1);
-    px[i] = tick(rawPrice(level.substr(0, c1)));
+    px[i] = tick(static_cast<uint64_t>(std::llround(std::stod(level.substr(0, c1)) * 10000)));
     qty[i] = std::stoll(level.substr(c1 + 1, c2 - c1 - 1));
     lists[i] = level.substr(c2 + 1);
     pos = end + 1;
@@ -124,7 +115,6 @@ struct BookHarness {
     return result;
   }
   bool order(const Bytes& body) { return feed(body, orderBookNode::kOrder); }
-  bool trade(const Bytes& body) { return feed(body, orderBookNode::kTrade); }
   bool snapshot(const Bytes& body) { return feed(body, orderBookNode::kSnapshot); }
 };
 

@@ -1,8 +1,6 @@
-// Builders of Shenzhen feed messages for the book tests and benchmarks. They
-// write every field at its byte offset, spelled out here as literals, so that
-// a wrong offset in the library's own layout table shows up as a failing test
-// rather than being shared by both sides. Bodies start at the datagram's byte
-// 4; datagram() puts the message type in front.
+// Shenzhen feed message bodies for the book tests and benchmarks, every field
+// at a literal offset so that a wrong offset in the library's layout shows.
+// datagram() puts the message type in front.
 #pragma once
 
 #include <cstdint>
@@ -16,21 +14,13 @@ namespace booktest {
 
 using Bytes = std::vector<char>;
 
-inline void put8(Bytes& b, size_t at, uint8_t v) {
-  b.at(at) = static_cast<char>(v);
+inline void putLE(Bytes& b, size_t at, uint64_t v, size_t width) {
+  for (size_t i = 0; i < width; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
 }
-inline void put16(Bytes& b, size_t at, uint16_t v) {
-  for (size_t i = 0; i < 2; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
-}
-inline void put32(Bytes& b, size_t at, uint32_t v) {
-  for (size_t i = 0; i < 4; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
-}
-inline void put64(Bytes& b, size_t at, uint64_t v) {
-  for (size_t i = 0; i < 8; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
-}
-inline void putI64(Bytes& b, size_t at, int64_t v) {
-  put64(b, at, static_cast<uint64_t>(v));
-}
+inline void put16(Bytes& b, size_t at, uint16_t v) { putLE(b, at, v, 2); }
+inline void put32(Bytes& b, size_t at, uint32_t v) { putLE(b, at, v, 4); }
+inline void put64(Bytes& b, size_t at, uint64_t v) { putLE(b, at, v, 8); }
+inline void putI64(Bytes& b, size_t at, int64_t v) { putLE(b, at, static_cast<uint64_t>(v), 8); }
 /// Up to 8 bytes of text, NUL-padded (an 8-character id has no NUL).
 inline void putId(Bytes& b, size_t at, const std::string& id) {
   for (size_t i = 0; i < 8; ++i) b.at(at + i) = i < id.size() ? id[i] : '\0';
@@ -114,8 +104,8 @@ inline Bytes snapshotBody(const Snapshot& s) {
     put32(b, 241 + 4 * i, s.offerPx[i]);
     put64(b, 281 + 8 * i, s.offerQty[i]);
   }
-  put8(b, 369, s.bidQueue);
-  put8(b, 370, s.offerQueue);
+  b[369] = static_cast<char>(s.bidQueue);
+  b[370] = static_cast<char>(s.offerQueue);
   for (size_t i = 0; i < size_t{s.bidQueue} + s.offerQueue; ++i) put32(b, 380 + 4 * i, 100);
   return b;
 }
