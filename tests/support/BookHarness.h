@@ -1,6 +1,5 @@
-// A session object with a recording callback and the helpers the book tests
-// share: adding books as the front does, feeding nodes to the book thread's
-// step, and printing a side of a book as compact text.
+// A session with a recording callback, books added as the front does, nodes
+// fed to the book thread's step, and book sides as text.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -32,8 +31,7 @@ class BookSpi : public velmar::mdapi::VelmarMdSpi {
   CVelmarOrderBook* last = nullptr;
 };
 
-/// One level per entry, "price:qty:list", joined by blanks; trailing levels
-/// that are wholly empty (price 0, quantity 0, list ",") are left out.
+/// "price:qty:list" per level, joined by blanks; empty trailing levels left out.
 inline std::string sideText(const double* px, const int64_t* qty, const std::string* lists) {
   int used = 10;
   while (used > 0 && px[used - 1] == 0 && qty[used - 1] == 0 && lists[used - 1] == ",") --used;
@@ -59,8 +57,7 @@ inline double tick(uint64_t raw) {
   return static_cast<double>(raw) / 10000.0;
 }
 
-/// Sets the levels of one side from the text that sideText prints: levels
-/// "price:qty:list" separated by blanks; levels not named stay as they are.
+/// Sets the levels named in sideText's form; the others stay.
 inline void setSide(double* px, int64_t* qty, std::string* lists, const std::string& text) {
   size_t pos = 0;
   for (int i = 0; i < 10 && pos < text.size(); ++i) {

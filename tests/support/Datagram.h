@@ -22,17 +22,18 @@ struct Datagram : booktest::Bytes {
 /// SzseOrderMsg, type 300192.
 inline Datagram szseOrder(uint16_t channel, int64_t seq, const char* id, uint64_t price,
                           uint64_t qty, char side, int64_t time, char ordType = '2') {
-  return Datagram(booktest::datagram(
-      booktest::kOrderType, booktest::orderBody(id, seq, side, price, qty, time, channel, ordType)));
+  return Datagram(
+      booktest::datagram(booktest::kOrderType,
+                         booktest::orderBody(id, seq, side, price, qty, time, channel, ordType)));
 }
 
 /// SzseTradeMsg, type 300191.
 inline Datagram szseTrade(uint16_t channel, int64_t seq, const char* id, uint64_t price,
                           uint64_t qty, char execType, int64_t time, int64_t bidSeq = 0,
                           int64_t offerSeq = 0) {
-  return Datagram(booktest::datagram(booktest::kTradeType,
-                                     booktest::tradeBody(id, execType, bidSeq, offerSeq, price,
-                                                         qty, time, seq, channel)));
+  return Datagram(booktest::datagram(
+      booktest::kTradeType,
+      booktest::tradeBody(id, execType, bidSeq, offerSeq, price, qty, time, seq, channel)));
 }
 
 /// SseTradeMsg, type 3201.

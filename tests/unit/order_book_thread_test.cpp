@@ -20,20 +20,7 @@ using velmar::utility::MutexLockGuard;
 const std::string kId = "000001";
 
 Snapshot seeded(int64_t origTime, const std::string& id = kId) {
-  Snapshot s;
-  s.id = id;
-  s.origTime = origTime;
-  s.lastPx = 10000000;
-  s.bidPx[0] = 10000000;
-  s.bidQty[0] = 10000;
-  s.offerPx[0] = 10100000;
-  s.offerQty[0] = 10000;
-  return s;
-}
-
-void clearBooks(MdApiImpl& impl) {
-  MutexLockGuard lock(impl.mutex_);
-  impl.clearOrderBooks();
+  return tenLevelSnapshot(id, origTime);
 }
 
 TEST(OrderBookMap, AddAndReplace) {
@@ -142,7 +129,10 @@ TEST(OrderBookHandOver, QueuesOnlyInstrumentsWithABook) {
   h.remove(kId);
   EXPECT_EQ(4u, handOver(order, orderBookNode::kOrder));
   h.add(kId);
-  clearBooks(h.impl);
+  {
+    MutexLockGuard lock(h.impl.mutex_);
+    h.impl.clearOrderBooks();
+  }
   EXPECT_EQ(4u, handOver(order, orderBookNode::kOrder));
   // The all-books flag queues every message without looking at the key.
   h.impl.allOrderBook_ = true;
@@ -158,33 +148,6 @@ TEST(OrderBookHandOver, QueuesOnlyInstrumentsWithABook) {
   EXPECT_EQ(BookBytesPool::kSlots, h.impl.bookBytes_.freeSlots());
 }
 
-TEST(OrderBookHandOver, PoolRunsDryThenFallsBackToTheHeap) {
-  BookHarness h;
-  h.add(kId);
-  ASSERT_TRUE(h.snapshot(snapshotBody(seeded(100))));
-  const uint32_t extra = 10;
-  for (uint32_t i = 0; i < BookBytesPool::kSlots + extra; ++i) {
-    const Bytes order = orderBody(kId, 1000 + i, '1', 100500, 100, 101 + i);
-    h.impl.handOverToBooks(order.data(), orderBookNode::kOrder);
-  }
-  EXPECT_EQ(0u, h.impl.bookBytes_.freeSlots());
-  // The nodes in queue order: the first kSlots in the pool, the rest on the heap.
-  std::vector<orderBookNode> nodes(BookBytesPool::kSlots + extra);
-  for (auto& n : nodes) ASSERT_TRUE(h.impl.orderBookQueue_.try_dequeue(n));
-  for (uint32_t i = 0; i < nodes.size(); ++i)
-    ASSERT_EQ(i < BookBytesPool::kSlots, h.impl.bookBytes_.owns(nodes[i].data)) << i;
-  for (auto& n : nodes) {
-    EXPECT_TRUE(h.impl.handleBookNode(n));
-    h.impl.bookBytes_.release(n.data);
-  }
-  EXPECT_EQ(BookBytesPool::kSlots, h.impl.bookBytes_.freeSlots());
-  EXPECT_EQ(static_cast<int64_t>(BookBytesPool::kSlots + extra), h.book()->BidQty[0])
-      << "the first order opened level 0 at 10.05, every later one joined it";
-  // Nodes still queued at the end, pool and heap, go with the session (LSan).
-  for (uint32_t i = 0; i < BookBytesPool::kSlots + 3; ++i)
-    h.impl.handOverToBooks(orderBody(kId, 1, '1', 1, 100, 1).data(), orderBookNode::kOrder);
-}
-
 // Everything at once: a receiver queues, the front changes the map and the
 // book thread publishes. Run under ThreadSanitizer as well.
 TEST(OrderBookConcurrency, ReceiverFrontAndBookThreadTogether) {
@@ -193,8 +156,7 @@ TEST(OrderBookConcurrency, ReceiverFrontAndBookThreadTogether) {
     std::atomic<int> count{0};
     std::atomic<int> faults{0};
     void OnRtnOrderBook(CVelmarOrderBook* book) override {
-      // Runs with mutex_ held: the map can be read, and the book must be the
-      // live entry of its instrument.
+      // Runs with mutex_ held, on the live entry of its instrument.
       if (!impl->mutex_.isLockedByThisThread()) ++faults;
       auto it = impl->szseOrderBookMap_.find(book->SecurityID);
       if (it == impl->szseOrderBookMap_.end() || it->second.get() != book) ++faults;
@@ -239,15 +201,14 @@ TEST(OrderBookConcurrency, ReceiverFrontAndBookThreadTogether) {
     std::mt19937 rng(11);
     Bytes buffer(5000, '\0');  // reused for every message, as the receiver does
     int64_t stamp = 1;
-    // Until something was published as well: on a loaded machine the front
-    // may not have added a book before the first 20000 messages are gone.
+    // Until something was published too: a loaded machine may add books late.
     for (int i = 0; i < 20000 || (spi.count.load() == 0 && i < 2000000); ++i) {
       const std::string id = ids[rng() % 4];
       const int what = static_cast<int>(rng() % 10);
       const uint64_t px = 99000 + 100 * (rng() % 30), qty = 100 * (rng() % 5);
       const char side = rng() % 2 ? '1' : '2', exec = rng() % 2 ? 'F' : '4';
       const int64_t victim = ++stamp - static_cast<int64_t>(rng() % 50);
-      const auto kind = what < 2 ? orderBookNode::kSnapshot
+      const auto kind = what < 2   ? orderBookNode::kSnapshot
                         : what < 7 ? orderBookNode::kOrder
                                    : orderBookNode::kTrade;
       const Bytes body = what < 2   ? snapshotBody(seeded(stamp, id))
@@ -268,7 +229,7 @@ TEST(OrderBookConcurrency, ReceiverFrontAndBookThreadTogether) {
   EXPECT_EQ(0, spi.faults.load());
   EXPECT_GT(spi.count.load(), 0);
   EXPECT_EQ(0u, impl.orderBookQueue_.size_approx());
-  EXPECT_EQ(BookBytesPool::kSlots, impl.bookBytes_.freeSlots());
+  EXPECT_EQ(BookBytesPool::kSlots, impl.bookBytes_.freeSlots()) << "every slot came back";
   MutexLockGuard lock(impl.mutex_);
   EXPECT_EQ(impl.szseOrderBookMap_.size(), impl.bookKeys_.size());
   for (const auto& e : impl.szseOrderBookMap_) EXPECT_EQ(1u, impl.bookKeys_.count(e.first));

@@ -60,9 +60,8 @@ class SnapshotHandlersTest : public ::testing::Test {
     api_.snapshotsComplete_ = true;
   }
 
-  /// A stored record as the front would have left it, but filled with a byte
-  /// pattern so that every untouched byte is recognisable. Volume and time are
-  /// low so that the test messages are fresh.
+  /// A stored record filled with a byte pattern that shows every untouched
+  /// byte; volume and time low so that the test messages are fresh.
   CVelmarMarketData* addRecord(int exchange, const char* id) {
     std::unique_ptr<CVelmarMarketData> record(new CVelmarMarketData);
     std::memset(record.get(), 0x5C, sizeof(CVelmarMarketData));

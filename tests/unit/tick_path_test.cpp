@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstring>
 #include <random>
-#include <string>
 
 #include "VLClientApi/MdApiImpl.h"
 #include "support/Datagram.h"
