@@ -1,10 +1,10 @@
-// A session object with a recording callback and the helpers the book tests
-// share: adding books as the front does, feeding nodes to the book thread's
-// step, and printing a side of a book as compact text.
+// A session with a recording callback, books added as the front does, nodes
+// fed to the book thread's step, and book sides as text.
 #pragma once
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -31,8 +31,7 @@ class BookSpi : public velmar::mdapi::VelmarMdSpi {
   CVelmarOrderBook* last = nullptr;
 };
 
-/// One level per entry, "price:qty:list", joined by blanks; trailing levels
-/// that are wholly empty (price 0, quantity 0, list ",") are left out.
+/// "price:qty:list" per level, joined by blanks; empty trailing levels left out.
 inline std::string sideText(const double* px, const int64_t* qty, const std::string* lists) {
   int used = 10;
   while (used > 0 && px[used - 1] == 0 && qty[used - 1] == 0 && lists[used - 1] == ",") --used;
@@ -58,18 +57,7 @@ inline double tick(uint64_t raw) {
   return static_cast<double>(raw) / 10000.0;
 }
 
-/// The raw order price of a decimal text such as "10.05" (100500), exactly.
-inline uint64_t rawPrice(const std::string& text) {
-  uint64_t whole = 0, fraction = 0, scale = 10000;
-  size_t i = 0;
-  for (; i < text.size() && text[i] != '.'; ++i) whole = whole * 10 + (text[i] - '0');
-  for (++i; i < text.size() && scale > 1; ++i)
-    fraction = fraction * 10 + (text[i] - '0'), scale /= 10;
-  return whole * 10000 + fraction * scale;
-}
-
-/// Sets the levels of one side from the text that sideText prints: levels
-/// "price:qty:list" separated by blanks; levels not named stay as they are.
+/// Sets the levels named in sideText's form; the others stay.
 inline void setSide(double* px, int64_t* qty, std::string* lists, const std::string& text) {
   size_t pos = 0;
   for (int i = 0; i < 10 && pos < text.size(); ++i) {
@@ -77,7 +65,7 @@ inline void setSide(double* px, int64_t* qty, std::string* lists, const std::str
     if (end == std::string::npos) end = text.size();
     const std::string level = text.substr(pos, end - pos);
     const size_t c1 = level.find(':'), c2 = level.find(':', c1 + 1);
-    px[i] = tick(rawPrice(level.substr(0, c1)));
+    px[i] = tick(static_cast<uint64_t>(std::llround(std::stod(level.substr(0, c1)) * 10000)));
     qty[i] = std::stoll(level.substr(c1 + 1, c2 - c1 - 1));
     lists[i] = level.substr(c2 + 1);
     pos = end + 1;
@@ -124,7 +112,6 @@ struct BookHarness {
     return result;
   }
   bool order(const Bytes& body) { return feed(body, orderBookNode::kOrder); }
-  bool trade(const Bytes& body) { return feed(body, orderBookNode::kTrade); }
   bool snapshot(const Bytes& body) { return feed(body, orderBookNode::kSnapshot); }
 };
 

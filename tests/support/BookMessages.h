@@ -1,8 +1,6 @@
-// Builders of Shenzhen feed messages for the book tests and benchmarks. They
-// write every field at its byte offset, spelled out here as literals, so that
-// a wrong offset in the library's own layout table shows up as a failing test
-// rather than being shared by both sides. Bodies start at the datagram's byte
-// 4; datagram() puts the message type in front.
+// Shenzhen feed message bodies for the book tests and benchmarks, every field
+// at a literal offset so that a wrong offset in the library's layout shows.
+// datagram() puts the message type in front.
 #pragma once
 
 #include <cstdint>
@@ -16,20 +14,14 @@ namespace booktest {
 
 using Bytes = std::vector<char>;
 
-inline void put8(Bytes& b, size_t at, uint8_t v) {
-  b.at(at) = static_cast<char>(v);
-}
-inline void put16(Bytes& b, size_t at, uint16_t v) {
-  for (size_t i = 0; i < 2; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
+inline void putLE(Bytes& b, size_t at, uint64_t v, size_t width) {
+  for (size_t i = 0; i < width; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
 }
 inline void put32(Bytes& b, size_t at, uint32_t v) {
-  for (size_t i = 0; i < 4; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
+  putLE(b, at, v, 4);
 }
 inline void put64(Bytes& b, size_t at, uint64_t v) {
-  for (size_t i = 0; i < 8; ++i) b.at(at + i) = static_cast<char>((v >> (8 * i)) & 0xFF);
-}
-inline void putI64(Bytes& b, size_t at, int64_t v) {
-  put64(b, at, static_cast<uint64_t>(v));
+  putLE(b, at, v, 8);
 }
 /// Up to 8 bytes of text, NUL-padded (an 8-character id has no NUL).
 inline void putId(Bytes& b, size_t at, const std::string& id) {
@@ -45,15 +37,15 @@ inline Bytes orderBody(const std::string& id, int64_t applSeqNum, char side, uin
                        uint64_t orderQty, int64_t orderTime, uint16_t channel = 2011,
                        char ordType = '2') {
   Bytes b(51, '\0');
-  put16(b, 0, channel);
-  putI64(b, 2, applSeqNum);
+  putLE(b, 0, channel, 2);
+  putLE(b, 2, applSeqNum, 8);
   std::memcpy(&b[10], "011", 3);  // MDStreamID
   putId(b, 13, id);
   std::memcpy(&b[21], "102", 3);  // SecurityIDSource
   put64(b, 25, price);
   put64(b, 33, orderQty);
   b[41] = side;
-  putI64(b, 42, orderTime);
+  putLE(b, 42, orderTime, 8);
   b[50] = ordType;
   return b;
 }
@@ -63,17 +55,17 @@ inline Bytes tradeBody(const std::string& id, char execType, int64_t bidApplSeqN
                        int64_t offerApplSeqNum, uint64_t lastPx, uint64_t lastQty,
                        int64_t transactTime, int64_t applSeqNum = 1, uint16_t channel = 2011) {
   Bytes b(66, '\0');
-  put16(b, 0, channel);
-  putI64(b, 2, applSeqNum);
+  putLE(b, 0, channel, 2);
+  putLE(b, 2, applSeqNum, 8);
   std::memcpy(&b[10], "011", 3);
-  putI64(b, 13, bidApplSeqNum);
-  putI64(b, 21, offerApplSeqNum);
+  putLE(b, 13, bidApplSeqNum, 8);
+  putLE(b, 21, offerApplSeqNum, 8);
   putId(b, 29, id);
   std::memcpy(&b[37], "102", 3);
   put64(b, 41, lastPx);
   put64(b, 49, lastQty);
   b[57] = execType;
-  putI64(b, 58, transactTime);
+  putLE(b, 58, transactTime, 8);
   return b;
 }
 
@@ -97,14 +89,14 @@ struct Snapshot {
 /// SzseSnapshotMsg body: 380 bytes plus 4 per queue entry.
 inline Bytes snapshotBody(const Snapshot& s) {
   Bytes b(380 + 4 * (size_t{s.bidQueue} + s.offerQueue), '\0');
-  putI64(b, 0, s.origTime);
-  put16(b, 8, 2011);
+  putLE(b, 0, s.origTime, 8);
+  putLE(b, 8, 2011, 2);
   std::memcpy(&b[10], "010", 3);
   putId(b, 13, s.id);
   std::memcpy(&b[21], "102", 3);
   std::memcpy(&b[25], "T0      ", 8);
   put32(b, 33, 9990000);  // PrevClosePx, not read by the books
-  putI64(b, 37, s.numTrades);
+  putLE(b, 37, s.numTrades, 8);
   put64(b, 45, s.totalVolumeTrade);
   put64(b, 53, s.totalValueTrade);
   put32(b, 61, s.lastPx);
@@ -114,8 +106,8 @@ inline Bytes snapshotBody(const Snapshot& s) {
     put32(b, 241 + 4 * i, s.offerPx[i]);
     put64(b, 281 + 8 * i, s.offerQty[i]);
   }
-  put8(b, 369, s.bidQueue);
-  put8(b, 370, s.offerQueue);
+  b[369] = static_cast<char>(s.bidQueue);
+  b[370] = static_cast<char>(s.offerQueue);
   for (size_t i = 0; i < size_t{s.bidQueue} + s.offerQueue; ++i) put32(b, 380 + 4 * i, 100);
   return b;
 }

@@ -1,15 +1,7 @@
-// Builder of feed datagrams for the snapshot tests and benchmarks.
-//
-// A datagram lies in a heap buffer of exactly the receive size (5000 bytes),
-// as the receiver hands it over, so that a sanitizer build catches any read
-// behind it. The buffer is filled with one garbage byte first: whatever a test
-// does not write stands for the bytes that the sender puts into fields the
-// library ignores, or for what lies behind a short datagram.
-//
-// Numbers are written byte by byte, least significant first, at offsets that
-// the caller gives as literals; nothing here knows the library's own layout
-// names. Shanghai offsets count from the datagram's start, Shenzhen offsets
-// from the body, which begins behind the 4-byte message type.
+// Feed datagrams for the snapshot tests and benchmarks, in a heap buffer of
+// exactly the receive size (a sanitizer catches reads behind it), prefilled
+// with a garbage byte. Fields go little-endian at literal offsets: Shanghai's
+// from the datagram's start, Shenzhen's from the body behind the type.
 #pragma once
 
 #include <cstddef>
@@ -54,9 +46,8 @@ class FeedDatagram {
     for (size_t i = 0; i < width; ++i) at(offset + i) = i < len ? s[i] : '\0';
     return *this;
   }
-  /// The 8-byte instrument code of a feed message, NUL-terminated inside its
-  /// bytes, with `tail` (if not 0) as the last byte: the bytes behind the NUL
-  /// are not part of the key but are copied into records.
+  /// The 8-byte instrument code; `tail` (if not 0) as its last byte, behind
+  /// the NUL: not part of the key, but copied into records.
   FeedDatagram& securityId(size_t offset, const char* id, char tail = 0) {
     text(offset, id, 8);
     if (tail) at(offset + 7) = tail;
