@@ -7,6 +7,7 @@
 #include <cstring>
 #include <random>
 #include <thread>
+#include <vector>
 
 #include "VLClientApi/OrderBookRules.h"
 #include "support/BookHarness.h"
@@ -146,6 +147,37 @@ TEST(OrderBookHandOver, QueuesOnlyInstrumentsWithABook) {
   EXPECT_EQ(0, h.spi.published);
   EXPECT_TRUE(h.impl.szseOrderBookMap_.empty()) << "the flag makes no book";
   EXPECT_EQ(BookBytesPool::kSlots, h.impl.bookBytes_.freeSlots());
+}
+
+// The receiver never waits: with every slot in flight it takes heap bytes,
+// and release tells the two apart.
+TEST(OrderBookHandOver, PoolRunsDryThenFallsBackToTheHeap) {
+  BookHarness h;
+  h.add(kId);
+  ASSERT_TRUE(h.snapshot(snapshotBody(seeded(100))));
+  const uint32_t extra = 10;
+  for (uint32_t i = 0; i < BookBytesPool::kSlots + extra; ++i) {
+    const Bytes order = orderBody(kId, 1000 + i, '1', 100500, 100, 101 + i);
+    h.impl.handOverToBooks(order.data(), orderBookNode::kOrder);
+  }
+  EXPECT_EQ(0u, h.impl.bookBytes_.freeSlots());
+  // The nodes in queue order: the first kSlots in the pool, the rest on the heap.
+  std::vector<orderBookNode> nodes(BookBytesPool::kSlots + extra);
+  for (auto& n : nodes) ASSERT_TRUE(h.impl.orderBookQueue_.try_dequeue(n));
+  for (uint32_t i = 0; i < nodes.size(); ++i)
+    ASSERT_EQ(i < BookBytesPool::kSlots, h.impl.bookBytes_.owns(nodes[i].data)) << i;
+  for (auto& n : nodes) {
+    EXPECT_TRUE(h.impl.handleBookNode(n));
+    h.impl.bookBytes_.release(n.data);
+  }
+  EXPECT_EQ(BookBytesPool::kSlots, h.impl.bookBytes_.freeSlots());
+  EXPECT_EQ(static_cast<int64_t>(BookBytesPool::kSlots + extra), h.book()->BidQty[0])
+      << "the first order opened level 0 at 10.05, every later one joined it";
+  // The slots serve the next round; nodes still queued at the end go with
+  // the session (the leak checker watches).
+  for (uint32_t i = 0; i < BookBytesPool::kSlots + 3; ++i)
+    h.impl.handOverToBooks(orderBody(kId, 1, '1', 1, 100, 1).data(), orderBookNode::kOrder);
+  EXPECT_EQ(0u, h.impl.bookBytes_.freeSlots());
 }
 
 // Everything at once: a receiver queues, the front changes the map and the

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <memory>
 #include <sstream>
@@ -497,3 +498,22 @@ TEST_F(SnapshotHandlersTest, ShanghaiIndexSkipsEachZeroValue) {
 }
 
 }  // namespace
+
+TEST_F(SnapshotHandlersTest, ShanghaiAveragePriceWithoutVolumeIsNotFinite) {
+  CVelmarMarketData* stored = addRecord(1, "600000");
+  stored->TotalVolume = 0;
+  stored->UpdateTime = 10;
+  // 999 raw units truncate to a volume of 0, and the average uses that.
+  FeedDatagram d = FeedDatagram::shanghai(kSseSnapshot, 0);
+  d.u32(4, 11).securityId(8, "600000").u64(60, 999).u64(68, 500000);
+  feed(d);
+  ASSERT_EQ(spi_.calls, 1);
+  EXPECT_EQ(stored->TotalVolume, 0);
+  EXPECT_EQ(stored->TotalValue, 5.0);
+  EXPECT_TRUE(std::isinf(stored->AvgPrice));
+
+  d.u32(4, 12).u64(68, 0);
+  feed(d);
+  ASSERT_EQ(spi_.calls, 2);
+  EXPECT_TRUE(std::isnan(stored->AvgPrice));
+}
