@@ -1,14 +1,16 @@
-// Blocking socket helpers for the TCP client tests: a listener on 127.0.0.1
-// with a port the system chooses, and whole-buffer send and receive on the
-// test's own end of a connection. Waits are bounded, so a broken client makes
-// a test fail instead of hanging the suite.
+// Blocking socket helpers for the reactor and TCP client tests: a listener and
+// a connected pair on 127.0.0.1 with ports the system chooses, and
+// whole-buffer send and receive. Waits are bounded, so a broken client makes a
+// test fail instead of hanging the suite.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 
+#include "VLNet/EventLoop.h"
 #include "VLNet/InetAddress.h"
 #include "utility/Platform.h"
 
@@ -130,6 +132,39 @@ class TestListener {
  private:
   int fd_ = -1;
   uint16_t port_ = 0;
+};
+
+/// A connected TCP pair, made as a loop makes its wake-up pair: client() is
+/// the connecting end, server() the accepted one.
+class LoopbackPair {
+ public:
+  LoopbackPair() {
+    int fds[2];
+    if (net::createLoopbackPair(fds) == 0) server_ = fds[0], client_ = fds[1];
+  }
+  ~LoopbackPair() {
+    closeClient();
+    closeServer();
+  }
+  LoopbackPair(const LoopbackPair&) = delete;
+  LoopbackPair& operator=(const LoopbackPair&) = delete;
+
+  bool ok() const { return client_ >= 0 && server_ >= 0; }
+  int client() const { return client_; }
+  int server() const { return server_; }
+  void closeClient() {
+    if (client_ >= 0) platform::closeSocket(releaseClient());
+  }
+  void closeServer() {
+    if (server_ >= 0) platform::closeSocket(releaseServer());
+  }
+  /// Hands an end to a new owner; the pair no longer closes it.
+  int releaseClient() { return std::exchange(client_, -1); }
+  int releaseServer() { return std::exchange(server_, -1); }
+
+ private:
+  int client_ = -1;
+  int server_ = -1;
 };
 
 }  // namespace test
