@@ -76,22 +76,6 @@ inline void closeWithReset(int fd) {
   platform::closeSocket(fd);
 }
 
-/// A port on 127.0.0.1 that nobody holds at this moment: bound, read, released.
-inline uint16_t freeLoopbackPort() {
-  platform::startupSockets();
-  int fd = platform::createSocket(AF_INET, SOCK_STREAM, 0);
-  struct sockaddr_in addr;
-  std::memset(&addr, 0, sizeof addr);
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  uint16_t port = 0;
-  if (platform::bindSocket(fd, addr) == 0 && platform::localAddress(fd, &addr) == 0) {
-    port = ntohs(addr.sin_port);
-  }
-  platform::closeSocket(fd);
-  return port;
-}
-
 /// A TCP socket bound to 127.0.0.1 and a port the system chooses. Until
 /// listen() is called, connects to it are refused: the port stays ours, so
 /// nothing else can answer there meanwhile.

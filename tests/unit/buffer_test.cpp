@@ -40,20 +40,6 @@ void readUntil(LoopbackPair& pair, Buffer& b, size_t total) {
 
 }  // namespace
 
-TEST(Buffer, RetrieveAdvancesOrEmptiesAndKeepsTheContents) {
-  struct Case {
-    size_t take;
-    size_t reader, writer;
-  } cases[] = {{0, 8, 18}, {3, 11, 18}, {9, 17, 18}, {10, 8, 8}, {11, 8, 8}, {1000, 8, 8}};
-  for (const Case& c : cases) {
-    Buffer b = filled(64, "0123456789", c.take);
-    EXPECT_EQ(b.readerIndex(), c.reader) << "take " << c.take;
-    EXPECT_EQ(b.writerIndex(), c.writer) << "take " << c.take;
-    EXPECT_EQ(b.size(), 72u);
-    EXPECT_EQ(std::string(b.begin() + 8, 10), "0123456789");
-  }
-}
-
 // Append uses the free space, else compacts when the consumed gap in front
 // makes room, else grows (leaving the gap as it is).
 TEST(Buffer, AppendFillsCompactsOrGrows) {

@@ -1,4 +1,3 @@
-// Threads and the condition on MutexLock.
 #include "utility/Thread.h"
 
 #include <gtest/gtest.h>
@@ -25,12 +24,14 @@ TEST(Thread, RunsUnderItsNameAndOutlivesItsObject) {
   std::string nameInside;
   uint64_t tidInside = 0;
   {
-    Thread thread([&] {
-      release.wait();
-      nameInside = CurrentThread::name();
-      tidInside = CurrentThread::tid();
-      finished.countDown();
-    }, "worker");
+    Thread thread(
+        [&] {
+          release.wait();
+          nameInside = CurrentThread::name();
+          tidInside = CurrentThread::tid();
+          finished.countDown();
+        },
+        "worker");
     thread.start();
   }
   release.countDown();
