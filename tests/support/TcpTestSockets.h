@@ -1,14 +1,16 @@
-// Blocking socket helpers for the TCP client tests: a listener on 127.0.0.1
-// with a port the system chooses, and whole-buffer send and receive on the
-// test's own end of a connection. Waits are bounded, so a broken client makes
-// a test fail instead of hanging the suite.
+// Blocking socket helpers for the reactor and TCP client tests: a listener and
+// a connected pair on 127.0.0.1 with ports the system chooses, and
+// whole-buffer send and receive. Waits are bounded, so a broken client makes a
+// test fail instead of hanging the suite.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 
+#include "VLNet/EventLoop.h"
 #include "VLNet/InetAddress.h"
 #include "utility/Platform.h"
 
@@ -74,22 +76,6 @@ inline void closeWithReset(int fd) {
   platform::closeSocket(fd);
 }
 
-/// A port on 127.0.0.1 that nobody holds at this moment: bound, read, released.
-inline uint16_t freeLoopbackPort() {
-  platform::startupSockets();
-  int fd = platform::createSocket(AF_INET, SOCK_STREAM, 0);
-  struct sockaddr_in addr;
-  std::memset(&addr, 0, sizeof addr);
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  uint16_t port = 0;
-  if (platform::bindSocket(fd, addr) == 0 && platform::localAddress(fd, &addr) == 0) {
-    port = ntohs(addr.sin_port);
-  }
-  platform::closeSocket(fd);
-  return port;
-}
-
 /// A TCP socket bound to 127.0.0.1 and a port the system chooses. Until
 /// listen() is called, connects to it are refused: the port stays ours, so
 /// nothing else can answer there meanwhile.
@@ -130,6 +116,39 @@ class TestListener {
  private:
   int fd_ = -1;
   uint16_t port_ = 0;
+};
+
+/// A connected TCP pair, made as a loop makes its wake-up pair: client() is
+/// the connecting end, server() the accepted one.
+class LoopbackPair {
+ public:
+  LoopbackPair() {
+    int fds[2];
+    if (net::createLoopbackPair(fds) == 0) server_ = fds[0], client_ = fds[1];
+  }
+  ~LoopbackPair() {
+    closeClient();
+    closeServer();
+  }
+  LoopbackPair(const LoopbackPair&) = delete;
+  LoopbackPair& operator=(const LoopbackPair&) = delete;
+
+  bool ok() const { return client_ >= 0 && server_ >= 0; }
+  int client() const { return client_; }
+  int server() const { return server_; }
+  void closeClient() {
+    if (client_ >= 0) platform::closeSocket(releaseClient());
+  }
+  void closeServer() {
+    if (server_ >= 0) platform::closeSocket(releaseServer());
+  }
+  /// Hands an end to a new owner; the pair no longer closes it.
+  int releaseClient() { return std::exchange(client_, -1); }
+  int releaseServer() { return std::exchange(server_, -1); }
+
+ private:
+  int client_ = -1;
+  int server_ = -1;
 };
 
 }  // namespace test

@@ -136,12 +136,3 @@ TEST(Channel, TieGuardsTheOwnerForTheWholeDispatch) {
   channel.handleEvent(Timestamp(1));
   EXPECT_EQ(trace, (std::vector<std::string>{"read done", "write", "destroyed after handling"}));
 }
-
-TEST(Channel, EventsToString) {
-  using namespace platform;
-  EXPECT_EQ(Channel::eventsToString(3, 0), "3: ");
-  EXPECT_EQ(Channel::eventsToString(5, kPollRdNorm), "5: IN ");
-  EXPECT_EQ(Channel::eventsToString(
-                -1, kPollNval | kPollErr | kPollRdHup | kPollHup | kPollOut | kPollPri | kPollIn),
-            "-1: IN PRI OUT HUP RDHUP ERR NVAL ");
-}

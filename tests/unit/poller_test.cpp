@@ -128,8 +128,7 @@ TEST_F(PollerTest, AddIgnoreAndRemoveFirstMiddleAndLast) {
   EXPECT_EQ(last->index(), freed);
   checkInvariants("middle removed");
 
-  // The last entry now is channel 2.
-  ASSERT_EQ(static_cast<size_t>(channels_[2]->index()), poller_->pollfds().size() - 1);
+  ASSERT_EQ(static_cast<size_t>(channels_[2]->index()), poller_->pollfds().size() - 1);  // last
   channels_[2]->disableAll();
   channels_[2]->remove();
   checkInvariants("last removed");
@@ -158,12 +157,9 @@ TEST_F(PollerTest, ReportsReadyChannelsOnlyAndNeverAnIgnoredOne) {
   send(1);
   send(2);
   std::vector<Channel*> ready = pollReady(1);
-  // Give the ignored socket every chance to show up.
-  for (int i = 0; i < 5; ++i) {
-    Poller::ChannelList more;
-    poller_->poll(1, &more);
-    EXPECT_FALSE(contains(more, channels_[1].get()));
-  }
+  Poller::ChannelList more;  // one more chance for the ignored socket to show up
+  poller_->poll(1, &more);
+  EXPECT_FALSE(contains(more, channels_[1].get()));
   ASSERT_EQ(ready, std::vector<Channel*>{channels_[2].get()});
   EXPECT_TRUE(ready[0]->revents() & Channel::kReadEvent);
   EXPECT_TRUE(loop_.hasChannel(channels_[1].get()));
@@ -174,15 +170,6 @@ TEST_F(PollerTest, ReportsReadyChannelsOnlyAndNeverAnIgnoredOne) {
   ready = pollReady(3);
   EXPECT_EQ(ready.size(), 3u);
   EXPECT_FALSE(contains(ready, channels_[3].get()));
-
-  // Write interest on a socket with room reports the write event.
-  Channel writer(&loop_, writers_[3]);
-  writer.enableWriting();
-  ready = pollReady(4);
-  EXPECT_TRUE(contains(ready, &writer));
-  EXPECT_TRUE(writer.revents() & Channel::kWriteEvent);
-  writer.disableAll();
-  writer.remove();
 }
 
 TEST(Poller, FailedPollIsLoggedUnlessInterruptedAndAnEmptyOneNotMade) {
@@ -215,5 +202,4 @@ TEST(Poller, FailedPollIsLoggedUnlessInterruptedAndAnEmptyOneNotMade) {
   EXPECT_NE(text.find("(errno=" + std::to_string(platform::kErrInvalid) + ")"), std::string::npos)
       << text;
   EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 2) << text;  // one line per pass
-  poller->setPollFunction(platform::pollSockets);
 }

@@ -8,7 +8,6 @@
 #include "VLNet/InetAddress.h"
 #include "VLNet/SocketsOps.h"
 #include "support/LogCapture.h"
-#include "support/LoopbackPair.h"
 #include "support/TcpTestSockets.h"
 #include "utility/Platform.h"
 
@@ -80,14 +79,4 @@ TEST(Sockets, ConnectInProgressEndsRefusedOrWritable) {
     EXPECT_FALSE(sockets::isSelfConnect(s.fd));
     EXPECT_EQ(listener.address().toIpPort(), InetAddress(sockets::getPeerAddr(s.fd)).toIpPort());
   }
-}
-
-TEST(Sockets, PeerOfAnUnconnectedSocketIsZeroAndLogged) {
-  OwnedSocket s;
-  LogCapture capture;
-  struct sockaddr_in peer = sockets::getPeerAddr(s.fd);
-  EXPECT_EQ(0, peer.sin_family);
-  EXPECT_EQ(0u, peer.sin_addr.s_addr);
-  EXPECT_EQ(0, peer.sin_port);
-  EXPECT_TRUE(LogCapture::contains("sockets::getPeerAddr")) << LogCapture::text();
 }

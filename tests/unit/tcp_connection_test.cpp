@@ -2,33 +2,27 @@
 // client end, the test reads and writes the other end with blocking calls.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "VLNet/EventLoop.h"
-#include "VLNet/EventLoopThread.h"
 #include "VLNet/SocketsOps.h"
 #include "VLNet/TcpConnection.h"
 #include "support/LogCapture.h"
 #include "support/LoopTestUtil.h"
-#include "support/LoopbackPair.h"
 #include "support/TcpTestSockets.h"
-#include "utility/CountDownLatch.h"
 #include "utility/Platform.h"
 
 using velmar::net::Buffer;
 using velmar::net::EventLoop;
-using velmar::net::EventLoopThread;
 using velmar::net::InetAddress;
 using velmar::net::TcpConnection;
 using velmar::net::TcpConnectionPtr;
 using velmar::test::LoopbackPair;
 using velmar::testing::LogCapture;
 using velmar::testing::runLoop;
-using velmar::utility::CountDownLatch;
 using velmar::utility::Logger;
 namespace platform = velmar::platform;
 namespace sockets = velmar::net::sockets;
@@ -58,32 +52,21 @@ std::string patternBytes(size_t size) {
 
 }  // namespace
 
-TEST(TcpConnection, BacklogForASlowReaderDrainsAndShutdownFollowsTheLastByte) {
+// The backlog for a slow reader drains in order; shutdown waits for its last byte.
+TEST(TcpConnection, BacklogDrainsAndShutdownFollowsTheLastByte) {
   LoopbackPair pair;
   ASSERT_TRUE(pair.ok());
-  // Small socket buffers on both sides (the client sizes its send buffer like
-  // this too), so that the kernel takes little and the rest has to queue.
+  // Small socket buffers, so that the kernel takes little and the rest queues.
   test::setIntOption(pair.client(), SOL_SOCKET, SO_SNDBUF, 128 * 1024);
   test::setIntOption(pair.server(), SOL_SOCKET, SO_RCVBUF, 64 * 1024);
   EventLoop loop;
   TcpConnectionPtr conn = makeConnection(&loop, pair.releaseClient());
-  // Each send written whole at once reports completion too; what the output
-  // buffer holds when a report runs tells those from the drained backlog.
-  std::vector<size_t> backlogAtWriteComplete;
-  std::vector<size_t> marks;
-  conn->setWriteCompleteCallback([&](const TcpConnectionPtr& c) {
-    backlogAtWriteComplete.push_back(c->outputBuffer()->readableBytes());
-  });
-  conn->setHighWaterMarkCallback([&](const TcpConnectionPtr&, size_t n) { marks.push_back(n); },
-                                 1024 * 1024);
   conn->setConnectionCallback([&](const TcpConnectionPtr& c) {
     if (!c->connected()) loop.quit();
   });
   conn->connectEstablished();
 
-  // Nothing queued: a send of no bytes is a direct write, and complete.
   const std::string payload = patternBytes(2 * 1024 * 1024);
-  conn->send(payload.data(), 0);
   for (size_t offset = 0; offset < payload.size(); offset += 65536) {
     conn->send(payload.data() + offset, 65536);
   }
@@ -107,14 +90,6 @@ TEST(TcpConnection, BacklogForASlowReaderDrainsAndShutdownFollowsTheLastByte) {
   EXPECT_EQ(payload.size(), received.size());
   EXPECT_TRUE(received == payload) << "the bytes arrived changed or out of order";
   EXPECT_EQ(0u, conn->outputBuffer()->readableBytes());
-  // The empty send and any whole direct writes, then the drained backlog once.
-  ASSERT_GE(backlogAtWriteComplete.size(), 2u);
-  EXPECT_EQ(0u, backlogAtWriteComplete.back());
-  for (size_t i = 0; i + 1 < backlogAtWriteComplete.size(); ++i) {
-    EXPECT_GT(backlogAtWriteComplete[i], 0u) << i;
-  }
-  ASSERT_EQ(1u, marks.size());  // once, at the crossing
-  EXPECT_GE(marks[0], 1024u * 1024u);
   EXPECT_EQ(TcpConnection::kDisconnected, conn->state());
 }
 
@@ -197,54 +172,6 @@ TEST(TcpConnection, PeerThatGoesDeliversItsDataThenTakesTheConnectionDown) {
       EXPECT_EQ("", LogCapture::text());
     }
   }
-}
-
-TEST(TcpConnection, SendsFromOneThreadArriveInCallOrder) {
-  constexpr int kSenders = 2;
-  constexpr int kMessages = 200;
-  constexpr size_t kMessageSize = 10;  // "A00001234\n"
-  LoopbackPair pair;
-  ASSERT_TRUE(pair.ok());
-  TcpConnectionPtr conn;
-  EventLoopThread thread([&](EventLoop* loop) {
-    conn = makeConnection(loop, pair.releaseClient());
-    conn->connectEstablished();
-  });
-  EventLoop* loop = thread.startLoop();
-
-  std::vector<std::thread> senders;
-  for (int s = 0; s < kSenders; ++s) {
-    senders.emplace_back([&conn, s] {
-      char message[kMessageSize + 1];
-      for (int i = 0; i < kMessages; ++i) {
-        snprintf(message, sizeof message, "%c%08d\n", 'A' + s, i);
-        conn->send(message, static_cast<int>(kMessageSize));
-      }
-    });
-  }
-  std::string received;
-  bool complete = test::recvTotal(pair.server(), &received, kSenders * kMessages * kMessageSize);
-  for (std::thread& sender : senders) sender.join();
-  ASSERT_TRUE(complete);
-
-  int next[kSenders] = {0, 0};
-  for (size_t at = 0; at < received.size(); at += kMessageSize) {
-    int sender = received[at] - 'A';
-    ASSERT_TRUE(sender >= 0 && sender < kSenders) << at;
-    ASSERT_EQ(next[sender]++, std::stoi(received.substr(at + 1, 8))) << "sender " << sender;
-  }
-
-  // Quit through the thread, not from the functor: the hand-over's wake-up
-  // must not race the loop's end.
-  CountDownLatch gone(1);
-  loop->runInLoop([&] {
-    conn->connectDestroyed();
-    conn.reset();
-    gone.countDown();
-  });
-  gone.wait();
-  thread.quit();
-  thread.join();
 }
 
 // Keep-alive settings, and the life of a connection in the log.

@@ -4,22 +4,18 @@
 
 #include <functional>
 #include <memory>
-#include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "VLNet/EventLoop.h"
 #include "VLNet/TimerQueue.h"
 #include "support/LoopTestUtil.h"
-#include "utility/CountDownLatch.h"
 
 using velmar::Timestamp;
 using velmar::net::EventLoop;
 using velmar::net::TimerId;
 using velmar::net::TimerQueue;
 using velmar::testing::runLoop;
-using velmar::utility::CountDownLatch;
 
 namespace {
 
@@ -29,11 +25,7 @@ void afterPasses(EventLoop& loop, int passes, std::function<void()> then = nullp
   auto left = std::make_shared<int>(passes);
   loop.runEvery(0.000001, [&loop, left, then] {
     if (--*left != 0) return;
-    if (then) {
-      then();
-    } else {
-      loop.quit();
-    }
+    then ? then() : loop.quit();
   });
 }
 
@@ -111,50 +103,4 @@ TEST(Timer, CancelBeforeDuringAndAfterExpiry) {
   EXPECT_FALSE(cancelledRan);
   EXPECT_EQ(cancellerRuns, 1);
   EXPECT_EQ(repeatingRuns, 1);
-}
-
-TEST(Timer, AddAndCancelFromAnotherThread) {
-  EventLoop loop;
-  TimerQueue queue(&loop);
-  bool ranOnLoopThread = false;
-  bool cancelledRan = false;
-  size_t sizeAtEnd = 99;
-  CountDownLatch looping(1);
-  loop.queueInLoop([&] { looping.countDown(); });
-  std::thread other([&] {
-    looping.wait();
-    TimerId longOne = queue.addTimer([&] { cancelledRan = true; },
-                                     velmar::addTime(Timestamp::now(), 3600.0), 3600.0);
-    queue.cancel(longOne);
-    loop.runAfter(0.0, [&] {
-      ranOnLoopThread = loop.isInLoopThread();
-      sizeAtEnd = queue.size();
-      loop.quit();
-    });
-  });
-  runLoop(loop);
-  other.join();
-  EXPECT_TRUE(ranOnLoopThread);
-  EXPECT_FALSE(cancelledRan);
-  EXPECT_EQ(sizeAtEnd, 0u);
-}
-
-// Both leave nothing behind: checked by the sanitizer build.
-TEST(Timer, ThrowingTimerLeavesTheLoopAndAHandedInOneDiesWithAnUnrunLoop) {
-  {
-    EventLoop loop;
-    int runs = 0;
-    loop.runEvery(0.000001, [&] {
-      ++runs;
-      throw std::runtime_error("from a timer");
-    });
-    EXPECT_THROW(loop.loop(), std::runtime_error);
-    EXPECT_EQ(runs, 1);
-  }
-  int runs = 0;
-  {
-    EventLoop loop;
-    std::thread([&] { loop.runAfter(0.0, [&] { ++runs; }); }).join();
-  }
-  EXPECT_EQ(runs, 0);
 }
