@@ -127,3 +127,40 @@ TEST(Connector, ConnectionToItselfIsRefusedOnceAndTheStoppedRetryEnds) {
   EXPECT_TRUE(LogCapture::contains("Connector::retry - Retry connecting to " + self.toIpPort() +
                                    " in 500 milliseconds. "));
 }
+
+// Release during a pending connect: stop() while the attempt is in flight
+// ends it with one retry report and no connection. A full backlog keeps the
+// attempt pending. (Where a connect in progress is waited for in place, there
+// is no such moment.)
+TEST(Connector, StoppedWhileConnectingReportsOnceAndEnds) {
+  if (platform::kConnectWaitsInSelect) GTEST_SKIP();
+  TestListener listener(true, 0);
+  ASSERT_TRUE(listener.ok());
+  int filler = platform::createSocket(AF_INET, SOCK_STREAM, 0);
+  ASSERT_EQ(0, platform::connectSocket(filler, listener.address().sockAddr()));
+  LogCapture capture(Logger::DEBUG);
+  EventLoop loop;
+  std::vector<int> delays;
+  int connections = 0;
+  ConnectorPtr connector = std::make_shared<Connector>(&loop, listener.address(), InetAddress());
+  connector->setNewConnectionCallback([&](int fd) {
+    ++connections;
+    sockets::close(fd);
+  });
+  connector->setRetryCallback([&](int delayMs) { delays.push_back(delayMs); });
+  connector->start();
+  ASSERT_EQ(Connector::kConnecting, connector->state());  // start() ran at once
+  loop.runAfter(0.05, [&] {
+    EXPECT_EQ(Connector::kConnecting, connector->state());
+    connector->stop();
+  });
+  loop.runEvery(0.01, [&loop] {
+    if (LogCapture::contains("do not connect")) loop.quit();
+  });
+  runLoop(loop, 10.0);
+  platform::closeSocket(filler);
+
+  EXPECT_EQ(std::vector<int>{500}, delays);
+  EXPECT_EQ(0, connections);
+  EXPECT_EQ(Connector::kDisconnected, connector->state());
+}
