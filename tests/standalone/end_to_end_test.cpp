@@ -6,14 +6,15 @@
 // Release and Join. One process, one initialised API object.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <string>
+#include <system_error>
 
 #include "VLClientApi/FeedMessages.h"
 #include "VLClientApi/MdApiImpl.h"
@@ -38,22 +39,7 @@ class BookSpi : public SessionSpi {
   void OnRtnOrderBook(CVelmarOrderBook* book) override {
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      CVelmarOrderBook& copy = last_[book->SecurityID];
-      copy.ExchangeID = book->ExchangeID;
-      std::memcpy(copy.SecurityID, book->SecurityID, sizeof copy.SecurityID);
-      copy.LastPrice = book->LastPrice;
-      copy.TotalVolume = book->TotalVolume;
-      copy.TotalValue = book->TotalValue;
-      copy.NumTrades = book->NumTrades;
-      copy.UpdateTime = book->UpdateTime;
-      for (int i = 0; i < 10; ++i) {
-        copy.Bid[i] = book->Bid[i];
-        copy.Ask[i] = book->Ask[i];
-        copy.BidQty[i] = book->BidQty[i];
-        copy.AskQty[i] = book->AskQty[i];
-        copy.BidOrders[i] = book->BidOrders[i];
-        copy.AskOrders[i] = book->AskOrders[i];
-      }
+      last_[book->SecurityID] = *book;
       ++published_[book->SecurityID];
     }
     SessionSpi::OnRtnOrderBook(book);
@@ -64,8 +50,7 @@ class BookSpi : public SessionSpi {
   }
   CVelmarOrderBook last(const std::string& id) {
     std::lock_guard<std::mutex> lock(mutex_);
-    CVelmarOrderBook copy = last_[id];
-    return copy;
+    return last_[id];
   }
 
  private:
@@ -110,33 +95,17 @@ void applyToReference(std::map<std::string, ReferenceBook>& refs, const uint8_t*
   ++it->second.accepted;
 }
 
+// The writer names its files velmarApi.<time>.<host>.<pid>.log under log/md.
 std::string readLogFiles() {
   std::string all;
   for (int i = 0; i < 60 && all.find("InValid mcast address") == std::string::npos; ++i) {
     velmar::platform::sleepMs(100);
     all.clear();
-    // The writer names its file velmarApi.<time>.<host>.<pid>.log.
-    FILE* list = nullptr;
-#if defined(_WIN32)
-    list = _popen("dir /b log\\md", "r");
-#else
-    list = popen("ls log/md", "r");
-#endif
-    if (!list) continue;
-    char name[512];
-    while (std::fgets(name, sizeof name, list)) {
-      std::string file = name;
-      while (!file.empty() && (file.back() == '\n' || file.back() == '\r')) file.pop_back();
-      std::ifstream in("log/md/" + file);
-      std::stringstream text;
-      text << in.rdbuf();
-      all += text.str();
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("log/md", ec)) {
+      std::ifstream in(entry.path());
+      all += std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     }
-#if defined(_WIN32)
-    _pclose(list);
-#else
-    pclose(list);
-#endif
   }
   return all;
 }
@@ -211,18 +180,19 @@ TEST(EndToEnd, AWholeSessionFromInitToJoin) {
     ASSERT_EQ(spi.published(id), ref.accepted) << id;
     CVelmarOrderBook got = spi.last(id);
     const CVelmarOrderBook& want = *ref.book;
-    EXPECT_EQ(got.UpdateTime, want.UpdateTime) << id;
-    EXPECT_EQ(got.LastPrice, want.LastPrice) << id;
-    EXPECT_EQ(got.TotalVolume, want.TotalVolume) << id;
-    EXPECT_EQ(got.TotalValue, want.TotalValue) << id;
-    EXPECT_EQ(got.NumTrades, want.NumTrades) << id;
+    SCOPED_TRACE(id);
+    EXPECT_EQ(got.UpdateTime, want.UpdateTime);
+    EXPECT_EQ(got.LastPrice, want.LastPrice);
+    EXPECT_EQ(got.TotalVolume, want.TotalVolume);
+    EXPECT_EQ(got.TotalValue, want.TotalValue);
+    EXPECT_EQ(got.NumTrades, want.NumTrades);
     for (int i = 0; i < 10; ++i) {
-      EXPECT_EQ(got.Bid[i], want.Bid[i]) << id << " bid " << i;
-      EXPECT_EQ(got.Ask[i], want.Ask[i]) << id << " ask " << i;
-      EXPECT_EQ(got.BidQty[i], want.BidQty[i]) << id << " bid qty " << i;
-      EXPECT_EQ(got.AskQty[i], want.AskQty[i]) << id << " ask qty " << i;
-      EXPECT_EQ(got.BidOrders[i], want.BidOrders[i]) << id << " bid orders " << i;
-      EXPECT_EQ(got.AskOrders[i], want.AskOrders[i]) << id << " ask orders " << i;
+      EXPECT_EQ(got.Bid[i], want.Bid[i]) << "bid " << i;
+      EXPECT_EQ(got.Ask[i], want.Ask[i]) << "ask " << i;
+      EXPECT_EQ(got.BidQty[i], want.BidQty[i]) << "bid " << i;
+      EXPECT_EQ(got.AskQty[i], want.AskQty[i]) << "ask " << i;
+      EXPECT_EQ(got.BidOrders[i], want.BidOrders[i]) << "bid " << i;
+      EXPECT_EQ(got.AskOrders[i], want.AskOrders[i]) << "ask " << i;
     }
   }
   EXPECT_GT(spi.count("tick 000001"), 0u);
@@ -240,7 +210,8 @@ TEST(EndToEnd, AWholeSessionFromInitToJoin) {
   EXPECT_EQ(api->Join(), 0);
   const size_t ticks = spi.count("tick ");
   for (int i = 0; i < 200; ++i)
-    for (const velmar::sim::Datagram& d : engine.step()) sender.send(d.bytes.data(), d.bytes.size());
+    for (const velmar::sim::Datagram& d : engine.step())
+      sender.send(d.bytes.data(), d.bytes.size());
   velmar::platform::sleepMs(200);
   EXPECT_EQ(spi.count("tick "), ticks);
 

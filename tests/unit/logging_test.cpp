@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <regex>
 #include <string>
-#include <thread>
 
 #include "support/LogCapture.h"
 #include "utility/CurrentThread.h"
@@ -151,17 +150,6 @@ TEST(LogStreamTest, NumbersNeed32FreeBytesWhileShortTextStillFits) {
       EXPECT_EQ(u.buffer().toString(), std::to_string(x) + ' ' + std::to_string(x < 0 ? -x : x));
     }
   }
-}
-
-TEST(CurrentThreadTest, AThreadNotStartedByTheLibraryIsUnknown) {
-  std::string name;
-  std::thread([&] { name = velmar::CurrentThread::name(); }).join();
-  EXPECT_EQ(name, "unknown");
-}
-
-TEST(TimestampTest, AddTimeTruncatesToWholeMicroseconds) {
-  EXPECT_EQ(velmar::addTime(velmar::Timestamp(1000000), 1.5).microSecondsSinceEpoch(), 2500000);
-  EXPECT_EQ(velmar::addTime(velmar::Timestamp(0), 0.0000019).microSecondsSinceEpoch(), 1);
 }
 
 TEST(LogDeathTest, FatalEndsTheProcessAfterWritingTheLine) {

