@@ -66,8 +66,8 @@ TEST(ApiFrame, VersionAndTradingDayWorkBeforeInit) {
   VelmarMdApi* api = VelmarMdApi::CreateMdUserApi("ignored");
   ASSERT_NE(api, nullptr);
   const char* day = api->GetTradingDay();
-  ASSERT_EQ(std::strlen(day), 8u);
-  for (int i = 0; i < 8; ++i) EXPECT_TRUE(day[i] >= '0' && day[i] <= '9');
+  EXPECT_EQ(std::strspn(day, "0123456789"), 8u);
+  EXPECT_EQ(std::strlen(day), 8u);
   MdApiImpl other;  // every object gets the text kept from the first call
   EXPECT_EQ(other.GetTradingDay(), day);
 

@@ -1,10 +1,7 @@
-// Packages as the library writes them, checked against bytes written out by
-// hand.
+// Packages as the library writes them, against bytes written out by hand.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <string>
-#include <vector>
 
 #include "VelmarMdStruct.h"
 #include "package/VelmarPackage.h"
@@ -13,7 +10,6 @@
 
 using velmar::mdapi::wire::kRequestCapacity;
 using velmar::test::Bytes;
-using velmar::test::concat;
 
 namespace {
 
@@ -69,57 +65,4 @@ TEST(PackageWriter, ReuseLeavesNothingOfTheLastPackage) {
   ASSERT_TRUE(p.addField(5, big.data(), 2000));  // never finished
   ASSERT_TRUE(buildRequest(&p, 3, 7, &kSubAll, sizeof kSubAll));
   EXPECT_EQ(std::string(p.data() + 42, 2100), std::string(2100, '\0'));
-}
-
-TEST(PackageWriter, FieldAreaLimit) {
-  struct Case {
-    std::vector<int> lengths;
-    size_t accepted;  // fields that go in, in order
-  } cases[] = {
-      {{4068}, 1},      // exactly 4076 with its header
-      {{4069}, 0},      // one byte over
-      {{4000, 61}, 1},  // 4008 + 69 = 4077
-      {{0, 0, 0}, 3},   // empty values are fields too
-  };
-  const std::string value(5000, 'i');
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.lengths[0]);
-    CVelmarPackage p(kRequestCapacity);
-    p.clear();
-    ASSERT_TRUE(p.prepare());
-    ASSERT_TRUE(p.setHeader(1, 0, 0, 5, 0x53, 0x48, 0));
-    size_t accepted = 0;
-    int used = 0;
-    for (int len : c.lengths) {
-      if (p.addField(5, value.data(), static_cast<uint16_t>(len))) {
-        ++accepted;
-        used += 8 + len;
-      }
-    }
-    EXPECT_EQ(accepted, c.accepted);
-    ASSERT_TRUE(p.finish());
-    // A refused field changed nothing: counts and lengths are those of the
-    // accepted ones.
-    const uint8_t* d = reinterpret_cast<const uint8_t*>(p.data());
-    EXPECT_EQ(p.length(), 26 + used);
-    EXPECT_EQ(d[2] | (d[3] << 8), 20 + used);
-    EXPECT_EQ(d[6 + 2] | (d[6 + 3] << 8), static_cast<int>(accepted));
-    EXPECT_EQ(d[6 + 4] | (d[6 + 5] << 8), used);
-  }
-}
-
-TEST(PackageWriter, RefusesWhatTheBlockCannotHold) {
-  CVelmarPackage tiny(2);  // 3 bytes: not even the FTD header
-  EXPECT_FALSE(tiny.prepare());
-
-  // Smaller than a request package: a field within the field-area limit is
-  // still refused when its own block can't hold it.
-  CVelmarPackage small(50);  // 25 bytes for fields
-  small.clear();
-  ASSERT_TRUE(small.prepare());
-  ASSERT_TRUE(small.setHeader(1, 0, 0, 3, 0x53, 0x48, 0));
-  EXPECT_TRUE(small.addField(3, "12345678", 8));
-  EXPECT_FALSE(small.addField(3, "12345678", 8));
-  ASSERT_TRUE(small.finish());
-  EXPECT_EQ(small.length(), 42);
 }
