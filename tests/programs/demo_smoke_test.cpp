@@ -4,11 +4,10 @@
 // error and with one accepted login.
 #include <gtest/gtest.h>
 
-#include <chrono>
 #include <cstdio>
 #include <map>
 #include <random>
-#include <sstream>
+#include <regex>
 #include <string>
 
 #if defined(_WIN32)
@@ -18,41 +17,27 @@
 
 namespace {
 
-/// A program path for the command line. Under wine the build's paths are
-/// those of the host, which the emulated system sees on drive Z.
-std::string program(const char* path) {
-  std::string p = path;
+/// A command line for popen. Under wine the build's paths are those of the
+/// host, seen on drive Z, and cmd.exe wants the whole line quoted once more.
+std::string commandLine(const char* program, const std::string& arguments) {
+  std::string line = "\"" + std::string(program) + "\" " + arguments;
 #if defined(_WIN32)
-  if (!p.empty() && p[0] == '/') p = "Z:" + p;
-  for (char& c : p) c = c == '/' ? '\\' : c;
+  if (program[0] == '/') line.insert(1, "Z:");
+  for (size_t i = 0; i < line.find("\" "); ++i) line[i] = line[i] == '/' ? '\\' : line[i];
+  line = "\"" + line + "\"";
 #endif
-  return "\"" + p + "\"";
-}
-
-/// The whole command line for popen; cmd.exe wants one more pair of quotes
-/// around a line that starts with a quoted program.
-std::string commandLine(const std::string& line) {
-#if defined(_WIN32)
-  return "\"" + line + "\"";
-#else
   return line;
-#endif
 }
 
 /// "key=value" pairs of the line that starts with "summary ".
 std::map<std::string, long long> summaryOf(const std::string& output) {
   std::map<std::string, long long> values;
-  std::istringstream lines(output);
-  std::string line;
-  while (std::getline(lines, line)) {
-    if (line.rfind("summary ", 0) != 0) continue;
-    std::istringstream words(line.substr(8));
-    std::string word;
-    while (words >> word) {
-      size_t eq = word.find('=');
-      if (eq != std::string::npos) values[word.substr(0, eq)] = std::stoll(word.substr(eq + 1));
-    }
-  }
+  const size_t at = output.rfind("summary ");
+  const std::string line =
+      at == std::string::npos ? "" : output.substr(at, output.find('\n', at) - at);
+  static const std::regex pair("(\\w+)=(-?\\d+)");
+  for (std::sregex_iterator it(line.begin(), line.end(), pair), end; it != end; ++it)
+    values[(*it)[1]] = std::stoll((*it)[2]);
   return values;
 }
 
@@ -64,11 +49,9 @@ TEST(DemoSmoke, ConsoleReceivesMarketDataTicksAndBooksFromTheSimulator) {
                             std::to_string(random() % 254 + 1) + ":30001";
   // The simulator serves the console's one session and ends when its
   // connection goes; the duration is only a bound.
-  const std::string sim = program(VLMD_SIM_PROGRAM) +
-                          " --listen 127.0.0.1:0 --snapshot-ms 300 --sessions 1 --duration 60"
-                          " --group " +
-                          group;
-  FILE* simOut = popen(commandLine(sim).c_str(), "r");
+  const std::string simArgs =
+      "--listen 127.0.0.1:0 --snapshot-ms 300 --sessions 1 --duration 60 --group " + group;
+  FILE* simOut = popen(commandLine(VLMD_SIM_PROGRAM, simArgs).c_str(), "r");
   ASSERT_NE(simOut, nullptr);
   std::string front;
   char buffer[512];
@@ -81,12 +64,11 @@ TEST(DemoSmoke, ConsoleReceivesMarketDataTicksAndBooksFromTheSimulator) {
   }
   ASSERT_FALSE(front.empty()) << "vlmd-sim printed no front address:\n" << simText;
 
-  const std::string console = program(VLMD_CONSOLE_PROGRAM) + " --front " + front +
-                              " --mcast udp://" + group +
-                              " --interface 127.0.0.1 --md 000001,002415,300446"
-                              " --ticks 000001,002415,300446 --books 000001,002415,300446"
-                              " --duration 4 --quiet";
-  FILE* consoleOut = popen(commandLine(console).c_str(), "r");
+  const std::string ids = " 000001,002415,300446";
+  const std::string console = "--front " + front + " --mcast udp://" + group +
+                              " --interface 127.0.0.1 --md" + ids + " --ticks" + ids + " --books" +
+                              ids + " --duration 4 --quiet";
+  FILE* consoleOut = popen(commandLine(VLMD_CONSOLE_PROGRAM, console).c_str(), "r");
   ASSERT_NE(consoleOut, nullptr);
   std::string output;
   while (std::fgets(buffer, sizeof buffer, consoleOut) != nullptr) output += buffer;

@@ -1,19 +1,15 @@
-// The whole library through its public interface, as an application uses it,
-// against the front simulator and the synthetic feed on loopback: Init's
-// address errors, login from OnFrontConnected, subscriptions, market data,
-// ticks and order books from the multicast feed, a book rebuilt exactly as
-// the rules give for the published messages, a lost front and the reconnect,
-// Release and Join. One process, one initialised API object.
+// The whole library as an application uses it, against the front simulator
+// and the synthetic feed on loopback, from Init to Join. One process, one
+// initialised API object.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <sstream>
 #include <string>
+#include <system_error>
 
 #include "VLClientApi/FeedMessages.h"
 #include "VLClientApi/MdApiImpl.h"
@@ -23,6 +19,7 @@
 #include "sim/MarketEngine.h"
 #include "sim/MulticastSender.h"
 #include "support/SessionSpi.h"
+#include "support/TempDir.h"
 #include "utility/ByteOrder.h"
 #include "utility/Platform.h"
 
@@ -38,34 +35,15 @@ class BookSpi : public SessionSpi {
   void OnRtnOrderBook(CVelmarOrderBook* book) override {
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      CVelmarOrderBook& copy = last_[book->SecurityID];
-      copy.ExchangeID = book->ExchangeID;
-      std::memcpy(copy.SecurityID, book->SecurityID, sizeof copy.SecurityID);
-      copy.LastPrice = book->LastPrice;
-      copy.TotalVolume = book->TotalVolume;
-      copy.TotalValue = book->TotalValue;
-      copy.NumTrades = book->NumTrades;
-      copy.UpdateTime = book->UpdateTime;
-      for (int i = 0; i < 10; ++i) {
-        copy.Bid[i] = book->Bid[i];
-        copy.Ask[i] = book->Ask[i];
-        copy.BidQty[i] = book->BidQty[i];
-        copy.AskQty[i] = book->AskQty[i];
-        copy.BidOrders[i] = book->BidOrders[i];
-        copy.AskOrders[i] = book->AskOrders[i];
-      }
+      last_[book->SecurityID] = *book;
       ++published_[book->SecurityID];
     }
     SessionSpi::OnRtnOrderBook(book);
   }
-  int published(const std::string& id) {
+  // How many books were published for the id, and the last one.
+  std::pair<int, CVelmarOrderBook> seen(const std::string& id) {
     std::lock_guard<std::mutex> lock(mutex_);
-    return published_[id];
-  }
-  CVelmarOrderBook last(const std::string& id) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    CVelmarOrderBook copy = last_[id];
-    return copy;
+    return {published_[id], last_[id]};
   }
 
  private:
@@ -76,11 +54,6 @@ class BookSpi : public SessionSpi {
 
 // What the rules give for the published messages, on the test's side.
 struct ReferenceBook {
-  explicit ReferenceBook(const char* id) {
-    char id16[16] = {0};
-    std::strncpy(id16, id, 15);
-    book = velmar::mdapi::makeOrderBook(id16);
-  }
   std::unique_ptr<CVelmarOrderBook> book;
   int accepted = 0;
 };
@@ -110,33 +83,16 @@ void applyToReference(std::map<std::string, ReferenceBook>& refs, const uint8_t*
   ++it->second.accepted;
 }
 
+// The writer names its files velmarApi.<time>.<host>.<pid>.log under log/md.
 std::string readLogFiles() {
   std::string all;
   for (int i = 0; i < 60 && all.find("InValid mcast address") == std::string::npos; ++i) {
     velmar::platform::sleepMs(100);
     all.clear();
-    // The writer names its file velmarApi.<time>.<host>.<pid>.log.
-    FILE* list = nullptr;
-#if defined(_WIN32)
-    list = _popen("dir /b log\\md", "r");
-#else
-    list = popen("ls log/md", "r");
-#endif
-    if (!list) continue;
-    char name[512];
-    while (std::fgets(name, sizeof name, list)) {
-      std::string file = name;
-      while (!file.empty() && (file.back() == '\n' || file.back() == '\r')) file.pop_back();
-      std::ifstream in("log/md/" + file);
-      std::stringstream text;
-      text << in.rdbuf();
-      all += text.str();
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("log/md", ec)) {
+      all += velmar::testing::TempDir::readFile(entry.path().string());
     }
-#if defined(_WIN32)
-    _pclose(list);
-#else
-    pclose(list);
-#endif
   }
   return all;
 }
@@ -151,7 +107,7 @@ TEST(EndToEnd, AWholeSessionFromInitToJoin) {
   std::string error;
   ASSERT_TRUE(front.start(&error)) << error;
 
-  // A port of the system's choice for the feed.
+  // A feed port apart from other runs on this machine.
   const uint16_t feedPort = static_cast<uint16_t>(30000 + velmar::platform::processId() % 20000);
   velmar::sim::MulticastSender sender;
   ASSERT_TRUE(sender.open(kGroup, feedPort, "127.0.0.1", &error)) << error;
@@ -188,8 +144,7 @@ TEST(EndToEnd, AWholeSessionFromInitToJoin) {
   velmar::platform::sleepMs(200);  // the receiver has long joined the group
 
   std::map<std::string, ReferenceBook> refs;
-  refs.emplace("000001", ReferenceBook("000001"));
-  refs.emplace("300446", ReferenceBook("300446"));
+  for (char* id : ids) refs[id].book = velmar::mdapi::makeOrderBook(id);
   velmar::sim::MarketConfig config;
   config.seed = 7;
   velmar::sim::MarketEngine engine(config);
@@ -207,22 +162,24 @@ TEST(EndToEnd, AWholeSessionFromInitToJoin) {
     const std::string& id = entry.first;
     const ReferenceBook& ref = entry.second;
     ASSERT_GT(ref.accepted, 0) << id;
-    for (int i = 0; i < 500 && spi.published(id) < ref.accepted; ++i) velmar::platform::sleepMs(10);
-    ASSERT_EQ(spi.published(id), ref.accepted) << id;
-    CVelmarOrderBook got = spi.last(id);
+    for (int i = 0; i < 500 && spi.seen(id).first < ref.accepted; ++i)
+      velmar::platform::sleepMs(10);
+    ASSERT_EQ(spi.seen(id).first, ref.accepted) << id;
+    const CVelmarOrderBook got = spi.seen(id).second;
     const CVelmarOrderBook& want = *ref.book;
-    EXPECT_EQ(got.UpdateTime, want.UpdateTime) << id;
-    EXPECT_EQ(got.LastPrice, want.LastPrice) << id;
-    EXPECT_EQ(got.TotalVolume, want.TotalVolume) << id;
-    EXPECT_EQ(got.TotalValue, want.TotalValue) << id;
-    EXPECT_EQ(got.NumTrades, want.NumTrades) << id;
+    SCOPED_TRACE(id);
+    EXPECT_EQ(got.UpdateTime, want.UpdateTime);
+    EXPECT_EQ(got.LastPrice, want.LastPrice);
+    EXPECT_EQ(got.TotalVolume, want.TotalVolume);
+    EXPECT_EQ(got.TotalValue, want.TotalValue);
+    EXPECT_EQ(got.NumTrades, want.NumTrades);
     for (int i = 0; i < 10; ++i) {
-      EXPECT_EQ(got.Bid[i], want.Bid[i]) << id << " bid " << i;
-      EXPECT_EQ(got.Ask[i], want.Ask[i]) << id << " ask " << i;
-      EXPECT_EQ(got.BidQty[i], want.BidQty[i]) << id << " bid qty " << i;
-      EXPECT_EQ(got.AskQty[i], want.AskQty[i]) << id << " ask qty " << i;
-      EXPECT_EQ(got.BidOrders[i], want.BidOrders[i]) << id << " bid orders " << i;
-      EXPECT_EQ(got.AskOrders[i], want.AskOrders[i]) << id << " ask orders " << i;
+      EXPECT_EQ(got.Bid[i], want.Bid[i]) << "bid " << i;
+      EXPECT_EQ(got.Ask[i], want.Ask[i]) << "ask " << i;
+      EXPECT_EQ(got.BidQty[i], want.BidQty[i]) << "bid " << i;
+      EXPECT_EQ(got.AskQty[i], want.AskQty[i]) << "ask " << i;
+      EXPECT_EQ(got.BidOrders[i], want.BidOrders[i]) << "bid " << i;
+      EXPECT_EQ(got.AskOrders[i], want.AskOrders[i]) << "ask " << i;
     }
   }
   EXPECT_GT(spi.count("tick 000001"), 0u);
@@ -240,7 +197,8 @@ TEST(EndToEnd, AWholeSessionFromInitToJoin) {
   EXPECT_EQ(api->Join(), 0);
   const size_t ticks = spi.count("tick ");
   for (int i = 0; i < 200; ++i)
-    for (const velmar::sim::Datagram& d : engine.step()) sender.send(d.bytes.data(), d.bytes.size());
+    for (const velmar::sim::Datagram& d : engine.step())
+      sender.send(d.bytes.data(), d.bytes.size());
   velmar::platform::sleepMs(200);
   EXPECT_EQ(spi.count("tick "), ticks);
 

@@ -1,7 +1,7 @@
-// Captures log lines for the duration of a test. Install one on the stack; it
-// restores the previous output and level when it goes.
+// Captures log lines while on the stack; restores output and level when it goes.
 #pragma once
 
+#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -40,12 +40,9 @@ class LogCapture {
   static std::vector<std::string> messages(const std::string& from) {
     std::vector<std::string> out;
     const std::string all = text();
-    size_t pos = 0;
-    while (pos < all.size()) {
-      size_t end = all.find('\n', pos);
-      if (end == std::string::npos) end = all.size();
+    for (size_t pos = 0, end; pos < all.size(); pos = end + 1) {
+      end = std::min(all.find('\n', pos), all.size());
       const std::string line = all.substr(pos, end - pos);
-      pos = end + 1;
       const size_t start = line.find(from);
       if (start == std::string::npos) continue;
       const size_t tail = line.rfind(" - ");

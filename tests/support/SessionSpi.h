@@ -1,6 +1,5 @@
-// A VelmarMdSpi for session tests: every callback becomes one line of text in
-// an event list that the test thread can wait on. Optional hooks run inside
-// the callbacks, on the library's thread, to issue requests from there.
+// A VelmarMdSpi that turns every callback into a line of text the test can wait
+// on; optional hooks run inside callbacks, on the library's thread.
 #pragma once
 
 #include <chrono>
@@ -40,36 +39,31 @@ class SessionSpi : public mdapi::VelmarMdSpi {
     add(logout ? std::string("logout ok ") + logout->UserID
                : "logout refused " + std::to_string(info->ErrorID));
   }
-  void OnRspSubAllMarketData(int tickType, int exchange, int, bool isLast) override {
-    add("sub all md " + std::to_string(tickType) + " " + std::to_string(exchange) + last(isLast));
+  void OnRspSubAllMarketData(int type, int ex, int, bool l) override {
+    all("sub all md", type, ex, l);
   }
-  void OnRspUnSubAllMarketData(int tickType, int exchange, int, bool isLast) override {
-    add("unsub all md " + std::to_string(tickType) + " " + std::to_string(exchange) +
-        last(isLast));
+  void OnRspUnSubAllMarketData(int type, int ex, int, bool l) override {
+    all("unsub all md", type, ex, l);
   }
-  void OnRspSubAllTickByTick(int exchange, int, bool isLast) override {
-    add("sub all ticks " + std::to_string(exchange) + last(isLast));
+  void OnRspSubAllTickByTick(int ex, int, bool l) override { all("sub all ticks", -1, ex, l); }
+  void OnRspUnSubAllTickByTick(int ex, int, bool l) override { all("unsub all ticks", -1, ex, l); }
+  void OnRspSubMarketData(char** ids, int n, int, bool l) override {
+    add("sub md" + join(ids, n, l));
   }
-  void OnRspUnSubAllTickByTick(int exchange, int, bool isLast) override {
-    add("unsub all ticks " + std::to_string(exchange) + last(isLast));
+  void OnRspUnSubMarketData(char** ids, int n, int, bool l) override {
+    add("unsub md" + join(ids, n, l));
   }
-  void OnRspSubMarketData(char** ids, int count, int, bool isLast) override {
-    add("sub md" + join(ids, count) + last(isLast));
+  void OnRspSubTickByTick(char** ids, int n, int, bool l) override {
+    add("sub ticks" + join(ids, n, l));
   }
-  void OnRspUnSubMarketData(char** ids, int count, int, bool isLast) override {
-    add("unsub md" + join(ids, count) + last(isLast));
+  void OnRspUnSubTickByTick(char** ids, int n, int, bool l) override {
+    add("unsub ticks" + join(ids, n, l));
   }
-  void OnRspSubTickByTick(char** ids, int count, int, bool isLast) override {
-    add("sub ticks" + join(ids, count) + last(isLast));
+  void OnRspSubOrderBook(char** ids, int n, int, bool l) override {
+    add("sub books" + join(ids, n, l));
   }
-  void OnRspUnSubTickByTick(char** ids, int count, int, bool isLast) override {
-    add("unsub ticks" + join(ids, count) + last(isLast));
-  }
-  void OnRspSubOrderBook(char** ids, int count, int, bool isLast) override {
-    add("sub books" + join(ids, count) + last(isLast));
-  }
-  void OnRspUnSubOrderBook(char** ids, int count, int, bool isLast) override {
-    add("unsub books" + join(ids, count) + last(isLast));
+  void OnRspUnSubOrderBook(char** ids, int n, int, bool l) override {
+    add("unsub books" + join(ids, n, l));
   }
   void OnRtnMarketData(CVelmarMarketData* data) override {
     add(std::string("md ") + data->SecurityID);
@@ -104,18 +98,15 @@ class SessionSpi : public mdapi::VelmarMdSpi {
     std::lock_guard<std::mutex> lock(mutex_);
     return countLocked(prefix);
   }
-  std::vector<std::string> events() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return events_;
-  }
   size_t size() {
     std::lock_guard<std::mutex> lock(mutex_);
     return events_.size();
   }
   std::string dump() {
-    std::string all;
-    for (const std::string& e : events()) all += "  " + e + "\n";
-    return all;
+    std::lock_guard<std::mutex> lock(mutex_);
+    std::string text;
+    for (const std::string& e : events_) text += "  " + e + "\n";
+    return text;
   }
 
   std::function<void()> onConnected;
@@ -124,10 +115,15 @@ class SessionSpi : public mdapi::VelmarMdSpi {
 
  private:
   static std::string last(bool isLast) { return isLast ? " last" : ""; }
-  static std::string join(char** ids, int count) {
+  static std::string join(char** ids, int count, bool isLast) {
     std::string s;
     for (int i = 0; i < count; ++i) s += std::string(" ") + ids[i];
-    return s;
+    return s + last(isLast);
+  }
+  // "<what> [<tick type>] <exchange>[ last]"
+  void all(const char* what, int type, int exchange, bool isLast) {
+    add(what + (type >= 0 ? " " + std::to_string(type) : "") + " " + std::to_string(exchange) +
+        last(isLast));
   }
   size_t countLocked(const std::string& prefix) const {
     size_t n = 0;

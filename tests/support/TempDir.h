@@ -1,6 +1,5 @@
-// A folder of its own for one test, made under the working directory (each
-// test executable runs in a folder of its own in the build tree) and removed
-// with everything in it when the object goes.
+// A folder of its own for one test, under the working directory, removed with
+// everything in it when the object goes.
 #pragma once
 
 #include <algorithm>
@@ -16,19 +15,11 @@
 namespace velmar {
 namespace testing {
 
-/// Bytes that a newline takes in a file written as text.
-#if defined(_WIN32)
-constexpr size_t kNewlineBytes = 2;
-#else
-constexpr size_t kNewlineBytes = 1;
-#endif
-
 class TempDir {
  public:
   explicit TempDir(const std::string& prefix) {
     static std::atomic<int> counter{0};
-    // Relative and with '/' only, so that it can stand in a log base name on
-    // every platform.
+    // Relative and with '/' only: it stands in log base names everywhere.
     path_ = prefix + "." + std::to_string(platform::processId()) + "." +
             std::to_string(counter.fetch_add(1));
     std::error_code ignored;
@@ -42,7 +33,6 @@ class TempDir {
   TempDir(const TempDir&) = delete;
   TempDir& operator=(const TempDir&) = delete;
 
-  const std::string& path() const { return path_; }
   std::string operator/(const std::string& name) const { return path_ + "/" + name; }
 
   /// Names of the plain files in the folder, sorted.
@@ -57,9 +47,7 @@ class TempDir {
   /// Contents of the named file in the folder.
   std::string read(const std::string& name) const { return readFile(*this / name); }
 
-  /// In one read: tests read files of many megabytes, also under sanitizers.
-  /// Read as text, so the line ends of a log file written as text on Windows
-  /// (CR LF there) come back as single newlines.
+  /// In one read (files of many megabytes), as text: CR LF comes back as '\n'.
   static std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::ate);
     if (!in) return std::string();

@@ -12,14 +12,9 @@ namespace test {
 
 using Bytes = std::vector<uint8_t>;
 
-inline void put16(Bytes* b, uint32_t v) {
-  b->push_back(static_cast<uint8_t>(v & 0xFF));
-  b->push_back(static_cast<uint8_t>((v >> 8) & 0xFF));
-}
-
-inline void put32(Bytes* b, uint32_t v) {
-  put16(b, v & 0xFFFF);
-  put16(b, v >> 16);
+/// Little-endian, `size` bytes.
+inline void put(Bytes* b, uint32_t v, int size) {
+  for (int i = 0; i < size; ++i) b->push_back(static_cast<uint8_t>(v >> (8 * i)));
 }
 
 struct WireField {
@@ -33,21 +28,19 @@ inline Bytes ftdcPart(const std::vector<WireField>& fields, uint8_t chain, uint3
                       uint32_t tid) {
   Bytes content;
   for (const WireField& f : fields) {
-    put16(&content, f.statedLength >= 0 ? static_cast<uint32_t>(f.statedLength)
-                                        : static_cast<uint32_t>(f.value.size()));
-    put16(&content, 0);
-    put32(&content, f.id);
+    const int length = f.statedLength >= 0 ? f.statedLength : static_cast<int>(f.value.size());
+    put(&content, static_cast<uint32_t>(length), 2);
+    put(&content, 0, 2);
+    put(&content, f.id, 4);
     content.insert(content.end(), f.value.begin(), f.value.end());
   }
-  Bytes b;
-  b.push_back(0x48);
-  b.push_back(chain);
-  put16(&b, static_cast<uint32_t>(fields.size()));
-  put16(&b, static_cast<uint32_t>(content.size()));
-  put16(&b, 0);
-  put32(&b, tid);
-  put32(&b, 0);
-  put32(&b, requestId);
+  Bytes b = {0x48, chain};
+  put(&b, static_cast<uint32_t>(fields.size()), 2);
+  put(&b, static_cast<uint32_t>(content.size()), 2);
+  put(&b, 0, 2);
+  put(&b, tid, 4);
+  put(&b, 0, 4);
+  put(&b, requestId, 4);
   b.insert(b.end(), content.begin(), content.end());
   return b;
 }
@@ -57,13 +50,9 @@ inline Bytes ftdcPart(const std::vector<WireField>& fields, uint8_t chain, uint3
 inline Bytes package(const std::vector<WireField>& fields, uint8_t chain = 0x53,
                      uint32_t requestId = 0, uint8_t ftdType = 1, int ftdcLength = -1) {
   Bytes ftdc = ftdcPart(fields, chain, requestId, fields.empty() ? 0 : fields[0].id);
-  Bytes b;
-  b.push_back(ftdType);
-  b.push_back(2);
-  put16(&b,
-        ftdcLength >= 0 ? static_cast<uint32_t>(ftdcLength) : static_cast<uint32_t>(ftdc.size()));
-  b.push_back(0);
-  b.push_back(0);
+  Bytes b = {ftdType, 2};
+  put(&b, static_cast<uint32_t>(ftdcLength >= 0 ? ftdcLength : static_cast<int>(ftdc.size())), 2);
+  put(&b, 0, 2);
   b.insert(b.end(), ftdc.begin(), ftdc.end());
   return b;
 }

@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "VLNet/Buffer.h"
@@ -24,26 +24,14 @@ void append(Buffer* b, const Bytes& bytes) {
   b->append(bytes.data(), bytes.size());
 }
 
-struct Seen {
-  uint32_t id;
-  std::string value;
-  uint8_t chain;
-  uint32_t requestId;
-  bool operator==(const Seen& o) const {
-    return id == o.id && value == o.value && chain == o.chain && requestId == o.requestId;
-  }
-};
-
-std::ostream& operator<<(std::ostream& os, const Seen& s) {
-  return os << "{" << s.id << ", " << s.value.size() << " bytes, chain " << int(s.chain)
-            << ", request " << s.requestId << "}";
-}
+// Field id, value, chain and request id of a field as read.
+using Seen = std::tuple<uint32_t, std::string, uint8_t, uint32_t>;
 
 std::vector<Seen> fieldsOf(CVelmarPackageIterator& it) {
   std::vector<Seen> out;
   for (; !it.isEnd(); it.next()) {
-    out.push_back(
-        {it.fieldId(), std::string(it.fieldValue(), it.fieldLength()), it.chain(), it.requestId()});
+    out.emplace_back(it.fieldId(), std::string(it.fieldValue(), it.fieldLength()), it.chain(),
+                     it.requestId());
   }
   return out;
 }
@@ -68,17 +56,6 @@ const std::vector<WireField> kTwoFields = {{22, std::string(48, 'L')}, {32, std:
 
 }  // namespace
 
-TEST(PackageReader, StreamCutAnywhereWaitsAndConsumesNothing) {
-  Bytes p = package(kTwoFields, 0x53, 9);
-  for (size_t cut = 0; cut < p.size(); ++cut) {
-    Buffer b;
-    b.append(p.data(), cut);
-    EXPECT_FALSE(CVelmarPackageIterator::Check(&b)) << "cut " << cut;
-    EXPECT_EQ(b.readerIndex(), 8u) << "cut " << cut;
-    EXPECT_EQ(b.writerIndex(), 8u + cut) << "cut " << cut;
-  }
-}
-
 TEST(PackageReader, FramingErrorsDropEverythingBuffered) {
   const std::string kTypeError = "CVelmarPackageIterator Check ftdHeadr error, type ";
   struct Case {
@@ -87,11 +64,7 @@ TEST(PackageReader, FramingErrorsDropEverythingBuffered) {
     std::string stdoutText;  // empty: the error print on the standard error instead
   } cases[] = {
       {"type 3", {0x03, 0x02, 0x00, 0x00}, kTypeError + "\x03"},
-      {"type A", {0x41, 0x02, 0x00, 0x00}, kTypeError + "A"},
       {"extLength 3", {0x01, 0x03, 0x00, 0x00}, ""},
-      {"extLength 0", {0x01, 0x00, 0x00, 0x00}, ""},
-      {"ftdcLength 10000", {0x01, 0x02, 0x10, 0x27}, ""},
-      {"ftdcLength 65535", {0x00, 0x02, 0xFF, 0xFF}, ""},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
@@ -101,10 +74,9 @@ TEST(PackageReader, FramingErrorsDropEverythingBuffered) {
     b.retrieve(30);  // the bad header away from offset 8
     ::testing::internal::CaptureStdout();
     ::testing::internal::CaptureStderr();
-    bool ok = CVelmarPackageIterator::Check(&b);
+    EXPECT_FALSE(CVelmarPackageIterator::Check(&b));
     std::string out = ::testing::internal::GetCapturedStdout();
     std::string err = ::testing::internal::GetCapturedStderr();
-    EXPECT_FALSE(ok);
     EXPECT_EQ(b.readerIndex(), 8u);
     EXPECT_EQ(b.writerIndex(), 8u);
     EXPECT_EQ(out, c.stdoutText);
@@ -137,10 +109,7 @@ TEST(PackageReader, FieldsOfOddPackages) {
       {"ftdcLength 9999", package({{33, m}}), {{33, m, 0x53, 0}}, 1},
       {"ftdType 2 reads like 1", package({{24, "s"}}, 0x53, 4, 2), {{24, "s", 0x53, 4}}, 1},
       {"overlong field", package({{28, "a"}, {29, "x", 99}, {30, "y"}}), {{28, "a", 0x53, 0}}, 3},
-      {"empty value", package({{28, ""}, {29, "x"}}), {{28, "", 0x53, 0}, {29, "x", 0x53, 0}}, 2},
-      {"fieldCount 0", package({}), {}, 0},
       {"no FTDC part", Bytes{0x01, 0x02, 0x00, 0x00, 0x00, 0x00}, {}, 0},
-      {"short FTDC part", Bytes{0x01, 0x02, 0x0A, 0, 0, 0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10}, {}, 0},
       {"field header cut", cutHeader, {}, 0},
       {"tag data", tagged, {}, 1},
   };
@@ -154,29 +123,6 @@ TEST(PackageReader, FieldsOfOddPackages) {
     EXPECT_EQ(it.fieldCount(), c.fieldCount);
     EXPECT_EQ(fieldsOf(it), c.fields);
   }
-}
-
-TEST(PackageReader, HeadersAndBoundedFieldCopies) {
-  Buffer b;
-  append(&b, package({{22, std::string(100, 'v')}, {28, ""}}));
-  ASSERT_TRUE(CVelmarPackageIterator::Check(&b));
-  CVelmarPackageIterator it(&b);
-  EXPECT_EQ(it.getFtdHeader(), 0x00880201u);  // 01 02 88 00 as one u32
-  EXPECT_EQ(it.tid(), 22u);
-  EXPECT_EQ(it.fieldCount(), 2);
-  char dest[200];
-  std::memset(dest, '-', sizeof dest);
-  EXPECT_EQ(it.getFieldValue(dest, 16), 16u);
-  EXPECT_EQ(std::string(dest, 20), std::string(16, 'v') + "----");
-  EXPECT_EQ(it.getFieldValue(dest, sizeof dest), 100u);
-  EXPECT_EQ(dest[100], '-');
-  std::memset(dest, '-', sizeof dest);
-  it.next();
-  EXPECT_EQ(it.getFieldValue(dest, sizeof dest), 0u);  // the empty value
-  it.next();
-  ASSERT_TRUE(it.isEnd());
-  EXPECT_EQ(it.getFieldValue(dest, sizeof dest), 0u);
-  EXPECT_EQ(dest[0], '-');
 }
 
 TEST(PackageReader, StreamInEverySplitGivesTheSameFields) {

@@ -1,7 +1,6 @@
-// The simulator's front records and true book, as far as the library's tests
-// and the demo rely on them: a record is never ahead of the feed (so the
-// library applies every later snapshot), and the console reads the true book
-// text from a file that is replaced whole.
+// The simulator, as far as the library's tests rely on it: a front record is
+// never ahead of the feed (so the library applies every later snapshot), and
+// its multicast sender stays on loopback in a scoped group.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -9,43 +8,29 @@
 
 #include "sim/MarketEngine.h"
 #include "sim/MarketRecords.h"
-#include "support/TempDir.h"
+#include "sim/MulticastSender.h"
 
 using namespace velmar::sim;
 
-namespace {
-
-using Key = std::pair<uint32_t, std::string>;
-
-std::map<Key, CVelmarMarketData> byKey(const std::vector<CVelmarMarketData>& records) {
-  std::map<Key, CVelmarMarketData> out;
-  for (const CVelmarMarketData& r : records) out[{r.ExchangeID, r.SecurityID}] = r;
-  return out;
-}
-
-MarketConfig busyMarket() {
+TEST(SimRecords, RecordsTakenBetweenStepsNeverHideTheNextSnapshot) {
   MarketConfig c;
   c.seed = 7;
   c.snapshotIntervalMs = 300;
   c.meanEventIntervalUs = 4000;
-  return c;
-}
-
-bool isSnapshot(const Bytes& d) {
-  const uint32_t t = messageType(d);
-  return t == kSzseSnapshotType || t == kSseSnapshotType || t == kSzseIndexType ||
-         t == kSseIndexType;
-}
-
-}  // namespace
-
-TEST(SimRecords, RecordsTakenBetweenStepsNeverHideTheNextSnapshot) {
-  MarketEngine engine(busyMarket());
-  auto records = byKey(engineRecords(engine));
+  MarketEngine engine(c);
+  std::map<std::pair<uint32_t, std::string>, CVelmarMarketData> records;
+  auto takeRecords = [&] {
+    for (const CVelmarMarketData& r : engineRecords(engine))
+      records[{r.ExchangeID, r.SecurityID}] = r;
+  };
+  takeRecords();
   int checked = 0;
   for (int step = 0; step < 3000; ++step) {
     for (const Datagram& d : engine.step()) {
-      if (!isSnapshot(d.bytes)) continue;
+      const uint32_t t = messageType(d.bytes);
+      if (t != kSzseSnapshotType && t != kSseSnapshotType && t != kSzseIndexType &&
+          t != kSseIndexType)
+        continue;
       FeedRecords one;  // what this snapshot says, in the record's units
       ASSERT_TRUE(one.apply(d.bytes.data(), d.bytes.size()));
       const CVelmarMarketData s = one.records().at(0);
@@ -54,42 +39,31 @@ TEST(SimRecords, RecordsTakenBetweenStepsNeverHideTheNextSnapshot) {
       // much and a later stamp.
       ASSERT_TRUE(s.TotalVolume > r.TotalVolume ||
                   (s.TotalVolume == r.TotalVolume && s.UpdateTime > r.UpdateTime))
-          << s.SecurityID << " on " << s.ExchangeID << ": record volume " << r.TotalVolume
-          << " time " << r.UpdateTime << ", snapshot volume " << s.TotalVolume << " time "
-          << s.UpdateTime;
+          << s.SecurityID << " on " << s.ExchangeID << ": record " << r.TotalVolume << "@"
+          << r.UpdateTime << ", snapshot " << s.TotalVolume << "@" << s.UpdateTime;
       ++checked;
     }
-    records = byKey(engineRecords(engine));
+    takeRecords();
   }
   EXPECT_GT(checked, 100);
 }
 
-TEST(SimRecords, TrueBookTextListsThePopulatedLevelsBestFirst) {
-  TrueBook b;
-  b.id = "000001";
-  b.updateTime = 20240102093000123;
-  b.lastPrice = 1152;
-  b.volume = 2300;
-  b.numTrades = 4;
-  b.bids[0] = BookLevel{1151, 700, {{11, 300}, {12, 400}}};
-  b.bids[1] = BookLevel{1149, 100, {{13, 100}}};
-  b.asks[0] = BookLevel{1153, 500, {{14, 500}}};
-  EXPECT_EQ(trueBookText(b),
-            "vlmd-true-book 1\n"
-            "id 000001 exchange 2 time 20240102093000123 last 11.52 volume 2300 trades 4\n"
-            "bid 1 11.51 700 2\n"
-            "bid 2 11.49 100 1\n"
-            "ask 1 11.53 500 1\n");
-}
+// Only groups of 239.255.0.0/16 and the interface 127.0.0.1 are accepted.
+TEST(SimMulticast, OnlyScopedGroupsAndLoopback) {
+  for (const char* good : {"239.255.0.0", "239.255.255.255"})
+    EXPECT_EQ(checkGroup(good), "") << good;
+  for (const char* bad : {"239.254.255.255", "224.0.0.1", "127.0.0.1", "239.255.0.256",
+                          "239.255.0001.1", " 239.255.0.1", "239.255.0.1.", ""})
+    EXPECT_NE(checkGroup(bad), "") << bad;
+  EXPECT_EQ(checkInterface("127.0.0.1"), "");
+  for (const char* bad : {"127.0.0.2", "0.0.0.0", "localhost"})
+    EXPECT_NE(checkInterface(bad), "") << bad;
 
-TEST(SimRecords, ReplaceFileSwapsTheWholeFile) {
-  velmar::testing::TempDir dir("replace_file");
-  const std::string path = dir / "book.txt";
+  MulticastSender sender;
   std::string error;
-  ASSERT_TRUE(replaceFile(path, "first\nlonger text\n", &error)) << error;
-  ASSERT_TRUE(replaceFile(path, "second\n", &error)) << error;
-  EXPECT_EQ(dir.files(), std::vector<std::string>{"book.txt"});  // nothing left beside it
-  EXPECT_EQ(dir.read("book.txt"), "second\n");
-  EXPECT_FALSE(replaceFile(dir / "missing/book.txt", "x", &error));
-  EXPECT_FALSE(error.empty());
+  EXPECT_FALSE(sender.open("224.0.0.251", 30001, "127.0.0.1", &error));
+  EXPECT_NE(error.find("239.255.0.0/16"), std::string::npos) << error;
+  EXPECT_FALSE(sender.open("239.255.0.1", 30001, "0.0.0.0", &error));
+  EXPECT_NE(error.find("127.0.0.1"), std::string::npos) << error;
+  EXPECT_FALSE(sender.send(reinterpret_cast<const uint8_t*>("x"), 1));
 }
