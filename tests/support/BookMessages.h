@@ -132,7 +132,7 @@ inline Snapshot tenLevelSnapshot(const std::string& id, int64_t origTime) {
 inline Bytes datagram(uint32_t type, const Bytes& body) {
   Bytes d(5000, '\0');
   put32(d, 0, type);
-  std::memcpy(&d[4], body.data(), body.size());
+  if (!body.empty()) std::memcpy(&d[4], body.data(), body.size());
   return d;
 }
 
