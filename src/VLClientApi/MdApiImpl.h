@@ -95,7 +95,9 @@ class MdApiImpl : public VelmarMdApi {
   // ---- Start-up (StartUp.cpp) ----
   /// Picks one entry of the list at random and splits "scheme://host:port".
   /// False for an empty list, an empty pick, a scheme other than tcp or udp,
-  /// or a text without "//" or ":".
+  /// a text without "//" or ":", or an empty host or port text. An address
+  /// whose only ':' is the scheme's ("tcp://host") passes: the host is all
+  /// behind "//", the port text all behind the ':' (its number is 0).
   static bool parseAddress(const std::vector<std::string>& list, std::string* host,
                            std::string* port);
 

@@ -41,10 +41,16 @@ utility::AsyncLogging& processLog() {
 
 void writeToProcessLog(const char* line, int length) { processLog().append(line, length); }
 
+// FATAL and THROW wait this long for their line and those before it to reach
+// the file; the writer alone would take up to its flush interval.
+constexpr double kEndFlushSeconds = 2.0;
+void flushProcessLog() { processLog().flush(kEndFlushSeconds); }
+
 void setUpLogging() {
   if (utility::Logger::output() != utility::Logger::defaultOutput()) return;
   utility::AsyncLogging& log = processLog();
   utility::Logger::setOutput(writeToProcessLog);
+  utility::Logger::setFlush(flushProcessLog);
   // DEBUG, whatever the environment said: request and answer records appear
   // in the log in text form, and so do the book thread's lines.
   utility::Logger::setLogLevel(utility::Logger::DEBUG);
@@ -83,7 +89,11 @@ bool MdApiImpl::parseAddress(const std::vector<std::string>& list, std::string* 
   const size_t slashes = text.find("//");
   if (colon == std::string::npos || slashes == std::string::npos) return false;
   const size_t hostStart = slashes + 2;
-  *host = colon > hostStart ? text.substr(hostStart, colon - hostStart) : std::string();
+  // "tcp://host": the only ':' is the scheme's. The host is all behind "//"
+  // and the port text all behind that ':', whose number is 0; the connection
+  // attempts then fail, which the application hears about as for any
+  // unreachable front.
+  *host = colon >= hostStart ? text.substr(hostStart, colon - hostStart) : text.substr(hostStart);
   *port = text.substr(colon + 1);
   return !host->empty() && !port->empty();
 }

@@ -1,10 +1,12 @@
 #include "utility/AsyncLogging.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <system_error>
 
+#include "utility/CurrentThread.h"
 #include "utility/Logging.h"
 #include "utility/Timestamp.h"
 
@@ -37,11 +39,15 @@ AsyncLogging::AsyncLogging(const std::string& basename, int64_t rollSize, int fl
       latch_(1),
       mutex_(),
       cond_(mutex_),
+      passDone_(mutex_),
       currentBuffer_(new Buffer),
       nextBuffer_(new Buffer),
       buffers_(),
       stopped_(false),
       direct_(false),
+      flushRequested_(false),
+      passesStarted_(0),
+      passesDone_(0),
       hooks_(hooks) {
   currentBuffer_->bzero();
   nextBuffer_->bzero();
@@ -140,6 +146,27 @@ void AsyncLogging::stop() {
   if (thread_.started() && !thread_.joined()) thread_.join();
   MutexLockGuard lock(mutex_);
   stopped_ = true;
+  passDone_.notifyAll();
+}
+
+bool AsyncLogging::flush(double seconds) {
+  // The writer can't wait for its own pass.
+  if (thread_.started() && thread_.tid() == CurrentThread::tid()) return false;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::duration<double>(seconds);
+  MutexLockGuard lock(mutex_);
+  if (!running_.load(std::memory_order_relaxed) || stopped_) return false;
+  // A pass that starts after this point takes every line appended so far;
+  // one already under way may have taken its buffers before them.
+  const uint64_t target = passesStarted_ + 1;
+  flushRequested_ = true;
+  cond_.notify();
+  while (passesDone_ < target && !stopped_) {
+    const double left =
+        std::chrono::duration<double>(deadline - std::chrono::steady_clock::now()).count();
+    if (left <= 0.0) return false;
+    passDone_.waitForSeconds(left);
+  }
+  return passesDone_ >= target;
 }
 
 void AsyncLogging::threadFunc() {
@@ -164,10 +191,12 @@ void AsyncLogging::threadFunc() {
       // One wait at most: a wake-up for whatever reason, or none within the
       // interval, leads to the same pass, which writes the partly filled
       // current buffer too.
-      if (buffers_.empty() && running_.load(std::memory_order_relaxed)) {
+      if (buffers_.empty() && running_.load(std::memory_order_relaxed) && !flushRequested_) {
         cond_.waitForSeconds(flushInterval_);
       }
       lastPass = !running_.load(std::memory_order_relaxed);
+      flushRequested_ = false;
+      ++passesStarted_;
       buffers_.push_back(std::move(currentBuffer_));
       currentBuffer_ = std::move(newBuffer1);
       buffersToWrite.swap(buffers_);
@@ -205,6 +234,9 @@ void AsyncLogging::threadFunc() {
 
     buffersToWrite.clear();
     output.flush();
+    MutexLockGuard lock(mutex_);
+    ++passesDone_;
+    passDone_.notifyAll();
   }
   output.flush();
 }

@@ -68,6 +68,11 @@ class AsyncLogging {
   /// Lines appended afterwards are not written; their buffer is reused, so
   /// threads that go on logging don't make memory grow.
   void stop();
+  /// Any thread but the writer's: returns once every line appended before
+  /// the call is in the file and the file is flushed, or after `seconds`.
+  /// False if that did not happen in time, or if no writer runs. The FATAL
+  /// and THROW paths call it, so the lines that explain an end are on disk.
+  bool flush(double seconds);
 
   /// True between a successful start() and stop().
   bool running() const { return running_.load(std::memory_order_acquire); }
@@ -88,11 +93,15 @@ class AsyncLogging {
   CountDownLatch latch_;
   MutexLock mutex_;
   Condition cond_;
+  Condition passDone_;       // signalled after each pass that wrote the file
   BufferPtr currentBuffer_;  // guarded by mutex_
   BufferPtr nextBuffer_;     // guarded by mutex_; may be empty
   BufferVector buffers_;     // guarded by mutex_; full buffers for the writer
   bool stopped_;             // guarded by mutex_; the writer has been joined
   bool direct_;              // guarded by mutex_; no writer: lines go to stdout
+  bool flushRequested_;      // guarded by mutex_; the next pass starts at once
+  uint64_t passesStarted_;   // guarded by mutex_; passes that took buffers
+  uint64_t passesDone_;      // guarded by mutex_; passes whose lines are flushed
   const Hooks hooks_;
 };
 

@@ -89,3 +89,35 @@ TEST(ErrorTable, TextsOfEveryRunAndTheGapsBetween) {
   for (int id : {1, -9, -99, -140, -199, -208, -998, -1000, -1010, -32768})
     EXPECT_EQ(errorText(static_cast<int16_t>(id)), "Unknow error") << id;
 }
+
+// "scheme://host:port", and the forms around it. An address whose only ':' is
+// the scheme's passes with port text "//host" (number 0): Init goes on and
+// the connection attempts fail, as for any front that does not answer.
+TEST(ApiFrame, AddressParse) {
+  struct Case {
+    const char* text;
+    bool ok;
+    const char* host;
+    const char* port;
+  } cases[] = {
+      {"tcp://127.0.0.1:6001", true, "127.0.0.1", "6001"},
+      {"udp://239.255.1.1:5000", true, "239.255.1.1", "5000"},
+      {"tcp://host", true, "host", "//host"},
+      {"udp://239.255.1.1", true, "239.255.1.1", "//239.255.1.1"},
+      {"tcp://", false, "", ""},
+      {"tcp://:6001", false, "", ""},
+      {"tcp://host:", false, "", ""},
+      {"tcp:host:1", false, "", ""},
+      {"http://host:1", false, "", ""},
+      {"", false, "", ""},
+  };
+  for (const Case& c : cases) {
+    std::string host, port;
+    EXPECT_EQ(MdApiImpl::parseAddress({c.text}, &host, &port), c.ok) << c.text;
+    if (!c.ok) continue;
+    EXPECT_EQ(host, c.host) << c.text;
+    EXPECT_EQ(port, c.port) << c.text;
+  }
+  std::string host, port;
+  EXPECT_FALSE(MdApiImpl::parseAddress({}, &host, &port));
+}

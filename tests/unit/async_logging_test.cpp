@@ -106,6 +106,22 @@ TEST(AsyncLogging, IdleLineIsFlushedWithinTheInterval) {
   EXPECT_EQ(text, "idle line\n");
 }
 
+// flush() puts what was appended into the file at once, however long the
+// interval; without a running writer it says no rather than wait.
+TEST(AsyncLogging, FlushWritesWhatWasAppendedWithoutWaitingForTheInterval) {
+  TempDir dir("async_logging_flush");
+  AsyncLogging log(dir / "velmarApi", 500000000, 60);
+  EXPECT_FALSE(log.flush(0.1));
+  ASSERT_TRUE(log.start());
+  for (int round = 0; round < 3; ++round) {
+    append(log, "line " + std::to_string(round) + "\n");
+    ASSERT_TRUE(log.flush(10.0));
+    EXPECT_EQ(dir.read(dir.files().at(0)).size(), 7u * (round + 1));
+  }
+  log.stop();
+  EXPECT_FALSE(log.flush(0.1));
+}
+
 // Lines of 2000000 bytes: each fills half a buffer, and the next one no
 // longer fits, so n lines make n buffers for the writer's first pass.
 TEST(AsyncLogging, WriterFallingBehindDropsAllButTheTwoOldestBuffers) {

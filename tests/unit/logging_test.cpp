@@ -11,6 +11,7 @@
 #include <string>
 
 #include "support/LogCapture.h"
+#include "utility/PrintableBytes.h"
 #include "utility/CurrentThread.h"
 #include "utility/Timestamp.h"
 
@@ -147,6 +148,17 @@ TEST(LogStreamTest, NumbersNeed32FreeBytesWhileShortTextStillFits) {
       EXPECT_EQ(u.buffer().toString(), std::to_string(x) + ' ' + std::to_string(x < 0 ? -x : x));
     }
   }
+}
+
+// Ids from the network go into lines as text: non-printable bytes as \xNN,
+// printable ones (backslash included) unchanged; an id field ends at its
+// first NUL or its width.
+TEST(LogStreamTest, PrintableBytesEscapeWhatIsNotText) {
+  using velmar::utility::PrintableBytes;
+  LogStream s;
+  s << PrintableBytes::id("000001\0zz", 8) << '|' << PrintableBytes::id("300446AB", 8) << '|'
+    << PrintableBytes::id("a\x01\xff\\\x7f\n", 8) << '|' << PrintableBytes{"\0x", 2};
+  EXPECT_EQ(s.buffer().toString(), "000001|300446AB|a\\x01\\xFF\\\\x7F\\x0A|\\x00x");
 }
 
 TEST(LogDeathTest, FatalEndsTheProcessAfterWritingTheLine) {
