@@ -8,7 +8,9 @@
 #   windows  mingw-w64 cross build (VLMdApi.dll), tests under wine64; the
 #            examples compiled against its install
 #   fuzz     libFuzzer targets for a bounded time
-# VLMD_PARTS="linux tsan" runs a subset. Build trees go to build/<part>.
+# VLMD_PARTS="linux tsan" runs a subset. Each build is a preset of
+# CMakePresets.json, its tree in build/<preset>; the test presets carry the
+# sanitizers' options.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
@@ -23,14 +25,14 @@ command -v ccache >/dev/null && launcher=(-DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
 # another folder reuses what an earlier run compiled.
 export CCACHE_BASEDIR=$root CCACHE_NOHASHDIR=true
 
-configure() {  # dir, extra cmake args...
-  local dir=$1; shift
-  cmake -S "$root" -B "$dir" -G Ninja "${launcher[@]}" "$@" >/dev/null
+configure_and_build() {  # preset
+  cmake --preset "$1" "${launcher[@]}" >/dev/null
+  cmake --build --preset "$1" -j "$jobs"
 }
 
-run_ctest() {  # dir, extra ctest args...
-  local dir=$1; shift
-  ctest --test-dir "$dir" --output-on-failure -j "$jobs" "$@"
+run_ctest() {  # preset, extra ctest args...
+  local preset=$1; shift
+  ctest --preset "$preset" -j "$jobs" "$@"
 }
 
 examples=(minimal book_printer)
@@ -90,14 +92,12 @@ for part in $parts; do
   echo "=== $part ==="
   case $part in
     linux)
-      configure build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo
-      cmake --build build/linux -j "$jobs"
-      run_ctest build/linux
+      configure_and_build linux
+      run_ctest linux
       ;;
     examples)
       # The library as a user gets it: installed, found by find_package.
-      configure build/linux -DCMAKE_BUILD_TYPE=RelWithDebInfo
-      cmake --build build/linux -j "$jobs"
+      configure_and_build linux
       rm -rf build/install
       cmake --install build/linux --prefix "$root/build/install" >/dev/null
       build_examples build/examples -DCMAKE_PREFIX_PATH="$root/build/install"
@@ -110,23 +110,19 @@ for part in $parts; do
       run_examples "$root/build/linux/tools" "$root/build/examples"
       ;;
     asan)
-      configure build/asan -DCMAKE_BUILD_TYPE=Debug -DVLMD_SANITIZE=address -DVLMD_BUILD_BENCH=OFF
-      cmake --build build/asan -j "$jobs"
-      ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 run_ctest build/asan
+      configure_and_build asan
+      run_ctest asan
       ;;
     tsan)
-      configure build/tsan -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVLMD_SANITIZE=thread -DVLMD_BUILD_BENCH=OFF
-      cmake --build build/tsan -j "$jobs"
-      TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" run_ctest build/tsan
+      configure_and_build tsan
+      run_ctest tsan
       ;;
     windows)
-      configure build/windows -DCMAKE_TOOLCHAIN_FILE="$root/cmake/mingw-w64-x86_64.cmake" \
-        -DCMAKE_BUILD_TYPE=RelWithDebInfo
-      cmake --build build/windows -j "$jobs"
+      configure_and_build windows
       export WINEDEBUG=-all WINEPREFIX=${WINEPREFIX:-$root/build/wineprefix}
       # The first start of a prefix sets it up; do that outside the timed tests.
       /usr/lib/wine/wine64 cmd /c exit >/dev/null 2>&1 || true
-      run_ctest build/windows -j 2
+      run_ctest windows -j 2
       # The examples against the installed DLL, compiled only. The toolchain
       # searches packages under the mingw root alone, so the package's folder
       # is named directly.
@@ -137,9 +133,7 @@ for part in $parts; do
       ;;
     fuzz)
       if [ -f "$root/tests/fuzz/CMakeLists.txt" ]; then
-        configure build/fuzz -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-          -DVLMD_BUILD_FUZZ=ON -DVLMD_BUILD_TESTS=OFF -DVLMD_BUILD_BENCH=OFF -DVLMD_BUILD_TOOLS=OFF
-        cmake --build build/fuzz -j "$jobs"
+        configure_and_build fuzz
         "$root/tests/fuzz/run.sh" build/fuzz
       fi
       ;;
