@@ -47,6 +47,7 @@
 
 #include "VLClientApi/FeedMessages.h"
 #include "VLClientApi/MdApiImpl.h"
+#include "support/TestAccess.h"
 #include "sim/MulticastSender.h"
 #include "support/BookMessages.h"
 #include "utility/Logging.h"
@@ -181,7 +182,7 @@ struct Rig {
     impl->allTickExchange2_ = true;
     {
       velmar::utility::MutexLockGuard lock(impl->mutex_);
-      impl->addOrderBook(Id16(kBookId).bytes);
+      velmar::mdapi::TestAccess::books(*impl).addOrderBook(Id16(kBookId).bytes);
     }
     std::thread([this] { impl->runUdpExanic(); }).detach();
     // The receiver joins the group on its own thread: until a datagram comes
@@ -196,7 +197,7 @@ struct Rig {
   void startBookThread() {
     if (bookThreadStarted) return;
     bookThreadStarted = true;
-    std::thread([this] { impl->runOrderBook(); }).detach();
+    std::thread([this] { velmar::mdapi::TestAccess::books(*impl).runOrderBook(); }).detach();
   }
 
   /// Sends one datagram and waits for `arrivals` to move on. The latency in

@@ -69,15 +69,15 @@ void MdApiImpl::onFeedDatagram(const char* datagram) {
       onSseSnapshot(datagram);
       break;
     case feed::kSzseSnapshot:
-      handOverToBooks(body, orderBookNode::kSnapshot);
+      books_.handOverToBooks(body, orderBookNode::kSnapshot);
       onSzseSnapshot(body);
       break;
     case feed::kSzseTrade:
-      handOverToBooks(body, orderBookNode::kTrade);
+      books_.handOverToBooks(body, orderBookNode::kTrade);
       onSzseTrade(feedTickRecord_.get(), body);
       break;
     case feed::kSzseOrder:
-      handOverToBooks(body, orderBookNode::kOrder);
+      books_.handOverToBooks(body, orderBookNode::kOrder);
       onSzseOrder(feedTickRecord_.get(), body);
       break;
     case feed::kSzseIndex:

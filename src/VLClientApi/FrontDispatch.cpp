@@ -61,7 +61,7 @@ void MdApiImpl::clearSession() {
   marketDataExchange1_.clear();
   marketDataExchange2_.clear();
   allOrderBook_.store(false);
-  clearOrderBooks();
+  books_.clearOrderBooks();
 }
 
 void MdApiImpl::onConnection(const net::TcpConnectionPtr& conn) {
@@ -162,7 +162,7 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
       tickSubscriptions_.clear();
       marketDataExchange1_.clear();
       marketDataExchange2_.clear();
-      clearOrderBooks();
+      books_.clearOrderBooks();
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*logout);
       spi_->OnRspUserLogout(logout.get(), nullptr, requestId, last);
       LOG_INFO << "onLogout userID: " << securityIdKey(logout->UserID, sizeof logout->UserID);
@@ -220,10 +220,10 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
               tickSubscriptions_.erase(securityIdKey(id, kWireInstrumentIdSize));
               break;
             case tid::kRspSubOrderBook:
-              addOrderBook(id);  // writes its own INFO line
+              books_.addOrderBook(id);  // writes its own INFO line
               break;
             case tid::kRspUnSubOrderBook:
-              removeOrderBook(id);
+              books_.removeOrderBook(id);
               break;
             default:
               break;

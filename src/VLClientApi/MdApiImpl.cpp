@@ -5,6 +5,7 @@
 #include <ctime>
 #include <new>
 
+#include "VLClientApi/LevelBookBuilder.h"
 #include "VLMdApiVersion.h"
 #include "VLNet/EventLoopThread.h"
 #include "VLNet/TcpClient.h"
@@ -33,7 +34,7 @@ const char* VelmarMdApi::GetVersion() { return kVersion; }
 MdApiImpl::MdApiImpl()
     : requestPackage_(new CVelmarPackage(wire::kRequestCapacity)),
       heartbeatPackage_(new CVelmarPackage(wire::kKeepAliveCapacity)),
-      orderBookQueue_(192) {
+      books_(*this, std::unique_ptr<BookBuilder>(new LevelBookBuilder())) {
   std::memset(&rspInfo_, 0, sizeof rspInfo_);
   // The keep-alive is built once and sent unchanged: 00 02 00 00 04 00.
   heartbeatPackage_->prepare();
@@ -41,9 +42,7 @@ MdApiImpl::MdApiImpl()
   heartbeatPackage_->finish();
 }
 
-// Nodes still queued own bytes (possibly from the heap); no book thread runs
-// by the time the object goes.
-MdApiImpl::~MdApiImpl() { drainBookQueue(); }
+MdApiImpl::~MdApiImpl() = default;
 
 const char* MdApiImpl::GetTradingDay() {
   if (g_tradingDay[0] == '\0') {
@@ -74,12 +73,6 @@ void MdApiImpl::RegisterMulticastInterface(const char* address) {
 void MdApiImpl::SetUserString(const char* text) { userString_ = textOf(text); }
 void MdApiImpl::RegisterSpi(VelmarMdSpi* spi) { spi_ = spi; }
 void MdApiImpl::SetHeartbeatTimeout(unsigned int seconds) { heartbeatTimeout_.store(seconds); }
-
-std::string securityIdKey(const char* id, size_t width) {
-  const void* nul = std::memchr(id, 0, width);
-  size_t len = nul ? static_cast<size_t>(static_cast<const char*>(nul) - id) : width;
-  return std::string(id, len);
-}
 
 }  // namespace mdapi
 }  // namespace velmar

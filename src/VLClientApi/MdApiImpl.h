@@ -20,10 +20,9 @@
 #include <unordered_set>
 #include <vector>
 
-#include <concurrentqueue/concurrentqueue.h>
-
-#include "VLClientApi/BookBytesPool.h"
-#include "VLClientApi/OrderBookNode.h"
+#include "VLClientApi/OrderBooks.h"
+#include "VLClientApi/SecurityIdKey.h"
+#include "VLClientApi/SessionCore.h"
 #include "VLNet/Callbacks.h"
 #include "VLNet/TimerId.h"
 #include "VelmarMdApi.h"
@@ -42,7 +41,9 @@ class TcpClient;
 
 namespace mdapi {
 
-class MdApiImpl : public VelmarMdApi {
+class TestAccess;
+
+class MdApiImpl : public VelmarMdApi, public SessionCore {
  public:
   MdApiImpl();
   virtual ~MdApiImpl();
@@ -134,34 +135,9 @@ class MdApiImpl : public VelmarMdApi {
   void onSzseIndex(const char* body);
   void onSzseVolumeStat(const char* body);
 
-  // ---- Books (OrderBook*.cpp) ----
-  /// Receiver thread: queues a Shenzhen message for the book thread if its
-  /// instrument has a book or allOrderBook_ is set. The node carries a copy of
-  /// the body's book bytes (see bookBytes_).
-  void handOverToBooks(const char* body, orderBookNode::Kind kind);
-  /// Body of the book thread: polls the queue for ever.
-  void runOrderBook();
-  /// One turn of the book thread's loop: takes one node if there is one,
-  /// handles it and gives its bytes back. False if the queue was empty.
-  bool pollBookQueue();
-  /// Book thread: the gate and the rule for one node, and OnRtnOrderBook,
-  /// all under mutex_. A node of an unknown kind returns at once without the
-  /// lock. True if the book was published.
-  bool handleBookNode(const orderBookNode& node);
-  /// Frees the bytes of every node still queued. Only while no book thread
-  /// runs: at destruction, and in tests.
-  void drainBookQueue();
-
-  // Front thread, with mutex_ held: the only ways to change szseOrderBookMap_,
-  // so that the receiver's key set (bookKeys_) always mirrors the map.
-  /// Tid 35: a Fresh book for a 16-byte id, replacing any book of that id.
-  void addOrderBook(const char* id16);
-  /// Tid 36: drops the book of a 16-byte id, if there is one.
-  void removeOrderBook(const char* id16);
-  /// Logout, lost connection, given-up connect, Init: drops every book.
-  void clearOrderBooks();
-
   // ---- State ----
+  friend class TestAccess;
+
   CVelmarRspInfo rspInfo_;
   std::vector<std::string> frontAddresses_;
   std::vector<std::string> mcastAddresses_;
@@ -170,9 +146,6 @@ class MdApiImpl : public VelmarMdApi {
   std::string frontHost_, frontPort_;
   std::string mcastHost_, mcastPort_;
   std::string userString_;
-
-  utility::MutexLock mutex_;
-  VelmarMdSpi* spi_ = nullptr;
 
   std::unique_ptr<net::EventLoopThread> loopThread_;
   /// Join waits once; a second Join returns at once.
@@ -193,19 +166,7 @@ class MdApiImpl : public VelmarMdApi {
   net::TimerId timeoutTimerId_;
 
   std::atomic<bool> started_{false};
-  std::atomic<bool> connected_{false};
-  std::atomic<bool> loggedIn_{false};
-  std::atomic<bool> snapshotsComplete_{false};
-  std::atomic<bool> allTickExchange1_{false};
-  std::atomic<bool> allTickExchange2_{false};
-  std::atomic<bool> allOrderBook_{false};
 
-  /// Books of subscribed Shenzhen instruments, owned by the map; guarded by
-  /// mutex_. Changed only through addOrderBook, removeOrderBook and
-  /// clearOrderBooks, which keep bookKeys_ in step.
-  std::unordered_map<std::string, std::unique_ptr<CVelmarOrderBook>> szseOrderBookMap_;
-  /// Receiver thread to book thread; one producer, one consumer.
-  moodycamel::ConcurrentQueue<orderBookNode> orderBookQueue_;
   /// Instruments with a granted SubTickByTick; guarded by mutex_.
   std::unordered_map<std::string, uint32_t> tickSubscriptions_;
   /// Latest record per instrument and exchange, owned by the maps; mutex_.
@@ -221,25 +182,13 @@ class MdApiImpl : public VelmarMdApi {
   std::unique_ptr<CVelmarTickByTick> frontTickRecord_;
   std::unique_ptr<CVelmarTickByTick> feedTickRecord_;
 
-  // ---- Books: hand-over state (OrderBookThread.cpp) ----
-  /// Bytes of the queued nodes: the receiver fills them, the book thread gives
-  /// them back.
-  BookBytesPool bookBytes_;
-  /// The keys of szseOrderBookMap_, for the receiver's filter. Changed only
-  /// together with the map (front thread, mutex_ held, then this lock), read
-  /// by the receiver under this lock alone: it never waits for mutex_, which
-  /// is held across application callbacks.
-  utility::MutexLock bookKeysMutex_;
-  std::unordered_set<std::string> bookKeys_;
+  /// The books, their queue and the book thread's loop.
+  OrderBooks books_;
 };
 
 /// Creates each missing directory of a path; only "/" separates. False if a
 /// directory could not be made.
 bool makeLogDirectory(const std::string& path);
-
-/// Instrument id text of a feed message: the bytes up to the first NUL, at
-/// most `width` of them.
-std::string securityIdKey(const char* id, size_t width = 8);
 
 }  // namespace mdapi
 }  // namespace velmar

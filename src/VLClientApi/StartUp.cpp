@@ -95,7 +95,7 @@ int MdApiImpl::Init() {
   feedTickRecord_.reset(new CVelmarTickByTick());
   {
     utility::MutexLockGuard lock(mutex_);
-    clearOrderBooks();
+    books_.clearOrderBooks();
     marketDataExchange1_.clear();
     marketDataExchange2_.clear();
   }
@@ -140,7 +140,7 @@ int MdApiImpl::Init() {
   started_.store(true);
   std::thread books([this] {  // "orderbookThread"
     CurrentThread::t_threadName = "orderbookThread";
-    runOrderBook();
+    books_.runOrderBook();
   });
   books.detach();
   return kNoError;

@@ -17,9 +17,11 @@
 #include "front/FrontSimulator.h"
 #include "support/LogCapture.h"
 #include "support/SessionSpi.h"
+#include "support/TestAccess.h"
 #include "support/WireBytes.h"
 
 using velmar::mdapi::MdApiImpl;
+using velmar::mdapi::TestAccess;
 using velmar::sim::FrontSimulator;
 using velmar::sim::FrontSimulatorOptions;
 using velmar::testing::LogCapture;
@@ -214,11 +216,11 @@ TEST_F(FrontSession, AnswersChangeTheMapsOnlyWithTheLastMark) {
   sim_.setIdsPerPiece(0);
   ASSERT_EQ(api_.SubOrderBook(ticks, 2, 21), 0);
   ASSERT_GE(spi_.waitFor("sub books 000001 300446 last"), 0);
-  EXPECT_EQ(locked([&] { return api_.szseOrderBookMap_.size(); }), 2u);
+  EXPECT_EQ(locked([&] { return TestAccess::books(api_).bookCount(); }), 2u);
   EXPECT_TRUE(log_.contains("szseOrderBookMap_ add subInstrumentID:300446"));
   ASSERT_EQ(api_.UnSubOrderBook(ticks, 1, 22), 0);
   ASSERT_GE(spi_.waitFor("unsub books 000001 last"), 0);
-  EXPECT_EQ(locked([&] { return api_.szseOrderBookMap_.count("000001"); }), 0u);
+  EXPECT_EQ(locked([&] { return TestAccess::books(api_).findBook("000001"); }), nullptr);
 
   ASSERT_EQ(api_.SubAllTickByTick(3, 23), 0);
   ASSERT_GE(spi_.waitFor("sub all ticks 3 last"), 0);

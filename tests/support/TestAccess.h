@@ -1,0 +1,43 @@
+// The one door through which tests and benchmarks reach the private state of
+// the session and its parts. Each hook names what a test needs to see or set;
+// everything else goes through the parts' own operations.
+#pragma once
+
+#include <cstddef>
+
+#include "VLClientApi/MdApiImpl.h"
+#include "VLClientApi/OrderBooks.h"
+
+namespace velmar {
+namespace mdapi {
+
+class TestAccess {
+ public:
+  // ---- Session ----
+  static SessionCore& core(MdApiImpl& api) { return api; }
+  static OrderBooks& books(MdApiImpl& api) { return api.books_; }
+
+  // ---- Books ----
+  /// Nodes waiting for the book thread (approximate while threads run).
+  static size_t queuedNodes(OrderBooks& books) { return books.orderBookQueue_.size_approx(); }
+  /// Takes the next node off the queue as the book thread would, leaving its
+  /// bytes with the caller (give them back with releaseNode).
+  static bool takeNode(OrderBooks& books, orderBookNode* node) {
+    return books.orderBookQueue_.try_dequeue(*node);
+  }
+  static void releaseNode(OrderBooks& books, const orderBookNode& node) {
+    books.bookBytes_.release(node.data);
+  }
+  static const BookBytesPool& bookBytes(OrderBooks& books) { return books.bookBytes_; }
+  /// mutex_ held: the receiver's key set equals the keys of the map.
+  static bool bookKeysMirrorMap(OrderBooks& books) {
+    utility::MutexLockGuard lock(books.bookKeysMutex_);
+    if (books.bookKeys_.size() != books.szseOrderBookMap_.size()) return false;
+    for (const auto& e : books.szseOrderBookMap_)
+      if (books.bookKeys_.count(e.first) != 1) return false;
+    return true;
+  }
+};
+
+}  // namespace mdapi
+}  // namespace velmar
