@@ -174,17 +174,17 @@ struct Rig {
     impl = new MdApiImpl();
     spi = new TimingSpi();
     impl->RegisterSpi(spi);
-    impl->mcastHost_ = kGroup;
-    impl->mcastPort_ = std::to_string(libraryPort);
-    impl->mcastInterfaces_.push_back(kLoopback);
-    impl->connected_ = true;
-    impl->loggedIn_ = true;
-    impl->allTickExchange2_ = true;
+    using velmar::mdapi::TestAccess;
+    TestAccess::feed(*impl).setGroup(kGroup, std::to_string(libraryPort), {kLoopback});
+    velmar::mdapi::SessionCore& core = TestAccess::core(*impl);
+    core.connected_ = true;
+    core.loggedIn_ = true;
+    core.allTickExchange2_ = true;
     {
-      velmar::utility::MutexLockGuard lock(impl->mutex_);
+      velmar::utility::MutexLockGuard lock(core.mutex_);
       velmar::mdapi::TestAccess::books(*impl).addOrderBook(Id16(kBookId).bytes);
     }
-    std::thread([this] { impl->runUdpExanic(); }).detach();
+    std::thread([this] { velmar::mdapi::TestAccess::feed(*impl).runUdpExanic(); }).detach();
     // The receiver joins the group on its own thread: until a datagram comes
     // back, it may not have.
     for (int i = 0; i < 100; ++i) {

@@ -57,9 +57,7 @@ void MdApiImpl::clearSession() {
   snapshotsComplete_.store(false);
   allTickExchange1_.store(false);
   allTickExchange2_.store(false);
-  tickSubscriptions_.clear();
-  marketDataExchange1_.clear();
-  marketDataExchange2_.clear();
+  subscriptions_.clear();
   allOrderBook_.store(false);
   books_.clearOrderBooks();
 }
@@ -159,9 +157,7 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
       allTickExchange1_.store(false);
       allTickExchange2_.store(false);
       allOrderBook_.store(false);
-      tickSubscriptions_.clear();
-      marketDataExchange1_.clear();
-      marketDataExchange2_.clear();
+      subscriptions_.clear();
       books_.clearOrderBooks();
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*logout);
       spi_->OnRspUserLogout(logout.get(), nullptr, requestId, last);
@@ -210,14 +206,13 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
           const char* id = ids.id(i);
           switch (fieldId) {
             case tid::kRspUnSubMarketData:
-              marketDataExchange1_.erase(securityIdKey(id, kWireInstrumentIdSize));
-              marketDataExchange2_.erase(securityIdKey(id, kWireInstrumentIdSize));
+              subscriptions_.dropMarketData(securityIdKey(id, kWireInstrumentIdSize));
               break;
             case tid::kRspSubTickByTick:
-              tickSubscriptions_[securityIdKey(id, kWireInstrumentIdSize)] = 1;
+              subscriptions_.addTicks(securityIdKey(id, kWireInstrumentIdSize));
               break;
             case tid::kRspUnSubTickByTick:
-              tickSubscriptions_.erase(securityIdKey(id, kWireInstrumentIdSize));
+              subscriptions_.removeTicks(securityIdKey(id, kWireInstrumentIdSize));
               break;
             case tid::kRspSubOrderBook:
               books_.addOrderBook(id);  // writes its own INFO line
@@ -272,13 +267,8 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
       std::unique_ptr<CVelmarMarketData> record(new CVelmarMarketData());
       it.getFieldValue(record.get(), sizeof *record);
       CVelmarMarketData* data = record.get();
-      auto* map = record->ExchangeID == 1   ? &marketDataExchange1_
-                  : record->ExchangeID == 2 ? &marketDataExchange2_
-                                            : nullptr;
-      if (map) {
-        // The map owns the record; one held before under the key is freed.
-        (*map)[securityIdKey(data->SecurityID, sizeof data->SecurityID)] = std::move(record);
-      }
+      // The map owns the record; one held before under the key is freed.
+      subscriptions_.keepMarketData(record);
       spi_->OnRtnMarketData(data);
       if (last) snapshotsComplete_.store(true);
       break;  // a record of no known exchange is freed here

@@ -34,7 +34,8 @@ const char* VelmarMdApi::GetVersion() { return kVersion; }
 MdApiImpl::MdApiImpl()
     : requestPackage_(new CVelmarPackage(wire::kRequestCapacity)),
       heartbeatPackage_(new CVelmarPackage(wire::kKeepAliveCapacity)),
-      books_(*this, std::unique_ptr<BookBuilder>(new LevelBookBuilder())) {
+      books_(*this, std::unique_ptr<BookBuilder>(new LevelBookBuilder())),
+      feed_(*this, subscriptions_, books_) {
   std::memset(&rspInfo_, 0, sizeof rspInfo_);
   // The keep-alive is built once and sent unchanged: 00 02 00 00 04 00.
   heartbeatPackage_->prepare();

@@ -20,9 +20,11 @@
 #include <unordered_set>
 #include <vector>
 
+#include "VLClientApi/Feed.h"
 #include "VLClientApi/OrderBooks.h"
 #include "VLClientApi/SecurityIdKey.h"
 #include "VLClientApi/SessionCore.h"
+#include "VLClientApi/Subscriptions.h"
 #include "VLNet/Callbacks.h"
 #include "VLNet/TimerId.h"
 #include "VelmarMdApi.h"
@@ -100,11 +102,6 @@ class MdApiImpl : public VelmarMdApi, public SessionCore {
   static bool parseAddress(const std::vector<std::string>& list, std::string* host,
                            std::string* port);
 
-  // ---- Multicast receiver (UdpReceiver.cpp) ----
-  /// Body of the receiver thread: joins the group and hands every datagram to
-  /// onFeedDatagram, for as long as the process lives.
-  void runUdpExanic();
-
   // ---- Front session (FrontDispatch.cpp), on the front loop thread ----
   void onConnection(const net::TcpConnectionPtr& conn);
   void onMessage(const net::TcpConnectionPtr& conn, net::Buffer* buffer, Timestamp receiveTime);
@@ -119,22 +116,6 @@ class MdApiImpl : public VelmarMdApi, public SessionCore {
   /// The latest connection, or null. Any thread.
   net::TcpConnectionPtr connection() const;
 
-  // ---- Feed (FeedDispatch.cpp, SnapshotHandlers.cpp) ----
-  /// Entry of every datagram, on the receiver thread. The datagram lies in a
-  /// buffer of at least feed::kReceiveSize bytes; handlers read only within
-  /// it, whatever the datagram's real length.
-  void onFeedDatagram(const char* datagram);
-  /// mutex_ held: the tick filter of one exchange for an 8-byte id.
-  bool tickSubscribed(const std::atomic<bool>& allTicks, const char* securityId) const;
-  void onSzseOrder(CVelmarTickByTick* record, const char* body);
-  void onSzseTrade(CVelmarTickByTick* record, const char* body);
-  void onSseTrade(CVelmarTickByTick* record, const char* datagram);
-  void onSseSnapshot(const char* datagram);
-  void onSseIndex(const char* datagram);
-  void onSzseSnapshot(const char* body);
-  void onSzseIndex(const char* body);
-  void onSzseVolumeStat(const char* body);
-
   // ---- State ----
   friend class TestAccess;
 
@@ -144,7 +125,6 @@ class MdApiImpl : public VelmarMdApi, public SessionCore {
   std::vector<std::string> localTcpAddresses_;
   std::vector<std::string> mcastInterfaces_;
   std::string frontHost_, frontPort_;
-  std::string mcastHost_, mcastPort_;
   std::string userString_;
 
   std::unique_ptr<net::EventLoopThread> loopThread_;
@@ -167,23 +147,14 @@ class MdApiImpl : public VelmarMdApi, public SessionCore {
 
   std::atomic<bool> started_{false};
 
-  /// Instruments with a granted SubTickByTick; guarded by mutex_.
-  std::unordered_map<std::string, uint32_t> tickSubscriptions_;
-  /// Latest record per instrument and exchange, owned by the maps; mutex_.
-  std::unordered_map<std::string, std::unique_ptr<CVelmarMarketData>> marketDataExchange1_;
-  std::unordered_map<std::string, std::unique_ptr<CVelmarMarketData>> marketDataExchange2_;
-  /// Last accepted sequence number per channel; receiver thread only. Never
-  /// cleared: it outlives disconnection and a new login.
-  std::unordered_map<uint32_t, int64_t> channelSeq_;
-
-  /// The feed's socket; the receiver thread alone uses it.
-  int udpSocket_ = -1;
-
+  /// What the front has granted; guarded by mutex_.
+  Subscriptions subscriptions_;
   std::unique_ptr<CVelmarTickByTick> frontTickRecord_;
-  std::unique_ptr<CVelmarTickByTick> feedTickRecord_;
 
   /// The books, their queue and the book thread's loop.
   OrderBooks books_;
+  /// The receiver and its handlers.
+  Feed feed_;
 };
 
 /// Creates each missing directory of a path; only "/" separates. False if a

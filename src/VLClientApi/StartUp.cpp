@@ -92,12 +92,10 @@ int MdApiImpl::Init() {
   if (started_.load()) return kInternalError;
 
   frontTickRecord_.reset(new CVelmarTickByTick());
-  feedTickRecord_.reset(new CVelmarTickByTick());
   {
     utility::MutexLockGuard lock(mutex_);
     books_.clearOrderBooks();
-    marketDataExchange1_.clear();
-    marketDataExchange2_.clear();
+    subscriptions_.clearMarketData();
   }
   makeLogDirectory(kLogDirectory);  // without it the log file can't open; not fatal
   setUpLogging();
@@ -107,10 +105,12 @@ int MdApiImpl::Init() {
     LOG_ERROR << "InValid front address";
     return kInvalidFrontAddr;
   }
-  if (!parseAddress(mcastAddresses_, &mcastHost_, &mcastPort_)) {
+  std::string mcastHost, mcastPort;
+  if (!parseAddress(mcastAddresses_, &mcastHost, &mcastPort)) {
     LOG_ERROR << "InValid mcast address";
     return kInvalidFrontAddr;
   }
+  feed_.setGroup(mcastHost, mcastPort, mcastInterfaces_);
   net::InetAddress serverAddr(frontHost_.c_str(), portNumber(frontPort_));
 
   loopThread_.reset(new net::EventLoopThread(net::EventLoopThread::ThreadInitCallback(),
@@ -134,7 +134,7 @@ int MdApiImpl::Init() {
                                      Timestamp t) { onMessage(c, b, t); });
   client_->enableRetry();
 
-  std::thread receiver([this] { runUdpExanic(); });  // "udpExanicThread"
+  std::thread receiver([this] { feed_.runUdpExanic(); });  // "udpExanicThread"
   receiver.detach();
   client_->connect();
   started_.store(true);

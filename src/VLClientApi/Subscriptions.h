@@ -24,6 +24,8 @@
 namespace velmar {
 namespace mdapi {
 
+class TestAccess;
+
 class Subscriptions {
  public:
   using RecordMap = std::unordered_map<std::string, std::unique_ptr<CVelmarMarketData>>;
@@ -72,6 +74,8 @@ class Subscriptions {
   size_t recordCount() const { return marketDataExchange1_.size() + marketDataExchange2_.size(); }
 
  private:
+  friend class TestAccess;
+
   static CVelmarMarketData* find(RecordMap& map, const std::string& key) {
     auto it = map.find(key);
     return it == map.end() ? nullptr : it->second.get();

@@ -4,9 +4,15 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
 
 #include "VLClientApi/MdApiImpl.h"
+#include "VLClientApi/Feed.h"
 #include "VLClientApi/OrderBooks.h"
+#include "VLClientApi/Subscriptions.h"
 
 namespace velmar {
 namespace mdapi {
@@ -16,6 +22,22 @@ class TestAccess {
   // ---- Session ----
   static SessionCore& core(MdApiImpl& api) { return api; }
   static OrderBooks& books(MdApiImpl& api) { return api.books_; }
+  static Feed& feed(MdApiImpl& api) { return api.feed_; }
+  static Subscriptions& subscriptions(MdApiImpl& api) { return api.subscriptions_; }
+
+  // ---- Feed ----
+  /// Last accepted sequence number per channel.
+  static const std::unordered_map<uint32_t, int64_t>& channelSeq(Feed& feed) {
+    return feed.channelSeq_;
+  }
+
+  // ---- Subscriptions ----
+  /// Stores a record under a key of exchange 1 or 2 whatever the record
+  /// holds, as a test's byte pattern needs; mutex_ held or no other thread.
+  static void putRecord(Subscriptions& s, int exchange, const std::string& key,
+                        std::unique_ptr<CVelmarMarketData> record) {
+    (exchange == 1 ? s.marketDataExchange1_ : s.marketDataExchange2_)[key] = std::move(record);
+  }
 
   // ---- Books ----
   /// Nodes waiting for the book thread (approximate while threads run).

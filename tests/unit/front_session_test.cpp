@@ -107,6 +107,7 @@ class FrontSession : public ::testing::Test {
     ASSERT_EQ(api_.ReqUserLogin(&req, 1), 0);
     ASSERT_GE(spi_.waitFor("login ok alice id 1 last"), 0) << spi_.dump();
   }
+  velmar::mdapi::Subscriptions& subs() { return TestAccess::subscriptions(api_); }
   // The maps are guarded by the session lock; read them under it.
   template <typename F>
   auto locked(F f) {
@@ -210,8 +211,8 @@ TEST_F(FrontSession, AnswersChangeTheMapsOnlyWithTheLastMark) {
   ASSERT_EQ(api_.SubTickByTick(ticks, 2, 20), 0);
   ASSERT_GE(spi_.waitFor("sub ticks 300446 last"), 0) << spi_.dump();
   EXPECT_GE(spi_.waitFor("sub ticks 000001"), 0);
-  EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.size(); }), 1u);
-  EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.count("300446"); }), 1u);
+  EXPECT_EQ(locked([&] { return subs().tickCount(); }), 1u);
+  EXPECT_EQ(locked([&] { return subs().hasTicks("300446") ? 1u : 0u; }), 1u);
 
   sim_.setIdsPerPiece(0);
   ASSERT_EQ(api_.SubOrderBook(ticks, 2, 21), 0);
@@ -234,11 +235,11 @@ TEST_F(FrontSession, AnswersChangeTheMapsOnlyWithTheLastMark) {
   ASSERT_GE(spi_.waitFor("sub md 300446 600000 last"), 0) << spi_.dump();
   ASSERT_TRUE(spi_.waitForCount("md ", 2)) << spi_.dump();
   EXPECT_TRUE(eventually([&] { return api_.snapshotsComplete_.load(); }));
-  EXPECT_EQ(locked([&] { return api_.marketDataExchange2_.count("300446"); }), 1u);
-  EXPECT_EQ(locked([&] { return api_.marketDataExchange1_.count("600000"); }), 1u);
+  EXPECT_EQ(locked([&] { return subs().shenzhenRecord("300446") != nullptr; }), true);
+  EXPECT_EQ(locked([&] { return subs().shanghaiRecord("600000") != nullptr; }), true);
   ASSERT_EQ(api_.UnSubMarketData(md, 1, 31), 0);
   ASSERT_GE(spi_.waitFor("unsub md 300446 last"), 0);
-  EXPECT_EQ(locked([&] { return api_.marketDataExchange2_.count("300446"); }), 0u);
+  EXPECT_EQ(locked([&] { return subs().shenzhenRecord("300446") != nullptr; }), false);
   ASSERT_EQ(api_.SubAllMarketData(7, 3, 32), 0);
   ASSERT_GE(spi_.waitFor("sub all md 7 3 last"), 0) << spi_.dump();
 }
@@ -309,7 +310,7 @@ TEST_F(FrontSession, SilenceEndsTheConnectionAndALostConnectionClearsTheSession)
   ASSERT_GE(spi_.waitFor("disconnected 0", before, 8000), 0) << spi_.dump();
   EXPECT_FALSE(api_.loggedIn_.load());
   EXPECT_FALSE(api_.allOrderBook_.load());
-  EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.size(); }), 0u);
+  EXPECT_EQ(locked([&] { return subs().tickCount(); }), 0u);
   ASSERT_GE(spi_.waitFor("connected", before, 8000), 0) << spi_.dump();
   // The connection's name reaches the log after OnFrontConnected returns.
   const std::string second = "MdClient:127.0.0.1:" + std::to_string(sim_.port()) + "#2";
