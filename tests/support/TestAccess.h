@@ -5,12 +5,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <string>
 #include <unordered_map>
 
 #include "VLClientApi/MdApiImpl.h"
 #include "VLClientApi/Feed.h"
+#include "VLClientApi/FrontSession.h"
+#include "VLNet/EventLoop.h"
+#include "VLNet/EventLoopThread.h"
+#include "VLNet/TcpClient.h"
 #include "VLClientApi/OrderBooks.h"
 #include "VLClientApi/Subscriptions.h"
 
@@ -23,7 +28,26 @@ class TestAccess {
   static SessionCore& core(MdApiImpl& api) { return api; }
   static OrderBooks& books(MdApiImpl& api) { return api.books_; }
   static Feed& feed(MdApiImpl& api) { return api.feed_; }
-  static Subscriptions& subscriptions(MdApiImpl& api) { return api.subscriptions_; }
+  static FrontSession& front(MdApiImpl& api) { return api.front_; }
+  static Subscriptions& subscriptions(MdApiImpl& api) { return api.front_.subscriptions(); }
+
+  // ---- Front session ----
+  /// Stops the connector and closes a live connection; the loop runs on.
+  static void stopClient(FrontSession& front) { front.client_->stop(); }
+  /// Ends a session that a test started with startLoop and createClient: the
+  /// client and the last connection go on the loop thread, which they belong
+  /// to, then the loop ends.
+  static void closeFront(FrontSession& front) {
+    std::promise<void> done;
+    front.loop_->runInLoop([&] {
+      front.client_.reset();
+      front.conn_.reset();
+      done.set_value();
+    });
+    done.get_future().wait();
+    front.loopThread_->quit();
+    front.loopThread_->join();
+  }
 
   // ---- Feed ----
   /// Last accepted sequence number per channel.
