@@ -176,8 +176,8 @@ int FrontRequests::UnSubAllOrderBook(int exchange, int requestId) {
 #undef VELMAR_CHECK_SESSION
 
 int FrontRequests::sendInstruments(char** instrumentIds, int count, int requestId, int tid,
-                               bool reportStateErrors, const char* nullMessage,
-                               const char* operation) {
+                                   bool reportStateErrors, const char* nullMessage,
+                                   const char* operation) {
   if (!core_.connected_.load()) {
     LOG_DEBUG_AS(operation) << "session not connected ";
     if (reportStateErrors) fillRspInfo(kFrontNotConnected, requestId);

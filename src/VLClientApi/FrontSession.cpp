@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "VLClientApi/InstrumentIds.h"
 #include "VLClientApi/OrderBooks.h"
 #include "VLClientApi/SecurityIdKey.h"
 #include "VLNet/Buffer.h"
@@ -31,27 +32,6 @@ constexpr char kOnMessage[] = "velmar::mdapi::MdApiImpl::onMessage";
 
 /// The input buffer back to empty, its indexes at the start of the block.
 void resetBuffer(net::Buffer* buffer) { buffer->retrieveAll(); }
-
-/// Copies of the ids of an instrument answer, with the array of pointers the
-/// callbacks take. Trailing bytes that make no whole id are ignored.
-class InstrumentIds {
- public:
-  InstrumentIds(const char* value, size_t length)
-      : count_(static_cast<int>(length / kWireInstrumentIdSize)),
-        bytes_(static_cast<size_t>(count_) * kWireInstrumentIdSize),
-        pointers_(static_cast<size_t>(count_)) {
-    if (count_ > 0) std::memcpy(bytes_.data(), value, bytes_.size());
-    for (int i = 0; i < count_; ++i) pointers_[i] = &bytes_[i * kWireInstrumentIdSize];
-  }
-  int count() const { return count_; }
-  char** array() { return pointers_.data(); }
-  const char* id(int i) const { return pointers_[i]; }
-
- private:
-  int count_;
-  std::vector<char> bytes_;
-  std::vector<char*> pointers_;
-};
 
 }  // namespace
 
@@ -170,7 +150,7 @@ void FrontSession::onHeartbeatTimeout() {
 }
 
 void FrontSession::onMessage(const net::TcpConnectionPtr& /*conn*/, net::Buffer* buffer,
-                          Timestamp /*receiveTime*/) {
+                             Timestamp /*receiveTime*/) {
   // Whatever arrived, keep-alives included, re-arms the receive time-out.
   loop_->cancel(timeoutTimerId_);
   timeoutTimerId_ =
@@ -337,7 +317,7 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
       break;  // a record of no known exchange is freed here
     }
     case tid::kRtnTickByTick: {
-          it.getFieldValue(frontTickRecord_.get(), sizeof *frontTickRecord_);
+      it.getFieldValue(frontTickRecord_.get(), sizeof *frontTickRecord_);
       utility::MutexLockGuard lock(core_.mutex_);
       core_.spi_->OnRtnTickByTick(frontTickRecord_.get());
       break;

@@ -15,8 +15,9 @@
 //   change and the callbacks marked so in the callback table run under it.
 //   The answers to the "all instruments" requests and the time-out warning
 //   run without it.
-// - connMutex_ guards conn_ alone, for a moment; it is taken before mutex_
-//   or alone, and no callback runs under it.
+// - connMutex_ guards conn_ alone, for a moment. It is taken alone or inside
+//   mutex_ (a request made from a callback), never around it, and no callback
+//   runs under it.
 // Everything else here belongs to the front loop thread once Init is done.
 #pragma once
 

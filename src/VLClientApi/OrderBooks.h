@@ -23,12 +23,12 @@
 // dropped book finds no entry, or a fresh one, and is refused.
 #pragma once
 
+#include <concurrentqueue/concurrentqueue.h>
+
 #include <memory>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
-
-#include <concurrentqueue/concurrentqueue.h>
 
 #include "VLClientApi/BookBuilder.h"
 #include "VLClientApi/BookBytesPool.h"

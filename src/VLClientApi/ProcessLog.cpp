@@ -30,7 +30,9 @@ utility::AsyncLogging& processLog() {
   return *log;
 }
 
-void writeToProcessLog(const char* line, int length) { processLog().append(line, length); }
+void writeToProcessLog(const char* line, int length) {
+  processLog().append(line, length);
+}
 
 }  // namespace
 

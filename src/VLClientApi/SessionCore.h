@@ -12,8 +12,9 @@
 // - spi_ is set by RegisterSpi before Init and read by every thread after it.
 // - The gate flags are atomics because the receiver and the book thread read
 //   them without mutex_. The front session writes all of them (mostly under
-//   mutex_); the requests write loggedIn_ through Release and allOrderBook_
-//   through SubAllOrderBook/UnSubAllOrderBook; the feed and the books only read.
+//   mutex_); besides, Release clears loggedIn_ and the requests
+//   SubAllOrderBook/UnSubAllOrderBook set allOrderBook_, on the application's
+//   thread. The feed and the books only read them.
 #pragma once
 
 #include <atomic>

@@ -37,7 +37,8 @@ class Subscriptions {
     RecordMap* map = record->ExchangeID == 1   ? &marketDataExchange1_
                      : record->ExchangeID == 2 ? &marketDataExchange2_
                                                : nullptr;
-    if (map) (*map)[securityIdKey(record->SecurityID, sizeof record->SecurityID)] = std::move(record);
+    if (map)
+      (*map)[securityIdKey(record->SecurityID, sizeof record->SecurityID)] = std::move(record);
   }
   /// An unsubscription names no exchange: the id goes from both maps.
   void dropMarketData(const std::string& key) {
@@ -65,13 +66,16 @@ class Subscriptions {
            tickSubscriptions_.find(securityIdKey(securityId)) != tickSubscriptions_.end();
   }
   /// The stored record of a Shanghai (1) or Shenzhen (2) instrument, or null.
-  CVelmarMarketData* shanghaiRecord(const std::string& key) { return find(marketDataExchange1_, key); }
-  CVelmarMarketData* shenzhenRecord(const std::string& key) { return find(marketDataExchange2_, key); }
+  CVelmarMarketData* shanghaiRecord(const std::string& key) {
+    return find(marketDataExchange1_, key);
+  }
+  CVelmarMarketData* shenzhenRecord(const std::string& key) {
+    return find(marketDataExchange2_, key);
+  }
 
   // ---- Any thread with the lock, for inspection ----
   size_t tickCount() const { return tickSubscriptions_.size(); }
   bool hasTicks(const std::string& key) const { return tickSubscriptions_.count(key) != 0; }
-  size_t recordCount() const { return marketDataExchange1_.size() + marketDataExchange2_.size(); }
 
  private:
   friend class TestAccess;

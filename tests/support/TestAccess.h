@@ -10,14 +10,14 @@
 #include <string>
 #include <unordered_map>
 
-#include "VLClientApi/MdApiImpl.h"
 #include "VLClientApi/Feed.h"
 #include "VLClientApi/FrontSession.h"
+#include "VLClientApi/MdApiImpl.h"
+#include "VLClientApi/OrderBooks.h"
+#include "VLClientApi/Subscriptions.h"
 #include "VLNet/EventLoop.h"
 #include "VLNet/EventLoopThread.h"
 #include "VLNet/TcpClient.h"
-#include "VLClientApi/OrderBooks.h"
-#include "VLClientApi/Subscriptions.h"
 
 namespace velmar {
 namespace mdapi {
