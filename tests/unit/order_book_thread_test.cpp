@@ -113,6 +113,64 @@ TEST(OrderBookGate, Table) {
   }
 }
 
+// The books part with a builder of another kind: it makes every book, sees
+// every node that finds one, and only what it accepts is published.
+TEST(OrderBookBuilder, TheBuilderDecidesAndTheBooksPublish) {
+  struct ScriptedBuilder : velmar::mdapi::BookBuilder {
+    SessionCore* core = nullptr;
+    int made = 0;
+    std::vector<int32_t> seen;
+    bool accept = true;
+    bool lockHeld = true;
+    std::unique_ptr<CVelmarOrderBook> makeBook(const char* id16) override {
+      ++made;
+      lockHeld = lockHeld && core->mutex_.isLockedByThisThread();
+      std::unique_ptr<CVelmarOrderBook> b(new CVelmarOrderBook());
+      std::memcpy(b->SecurityID, id16, sizeof b->SecurityID);
+      return b;
+    }
+    bool apply(CVelmarOrderBook&, const char*, int32_t kind) override {
+      seen.push_back(kind);
+      lockHeld = lockHeld && core->mutex_.isLockedByThisThread();
+      return accept;
+    }
+  };
+  SessionCore core;
+  BookSpi spi;
+  core.spi_ = &spi;
+  auto* builder = new ScriptedBuilder();
+  builder->core = &core;
+  OrderBooks books(core, std::unique_ptr<velmar::mdapi::BookBuilder>(builder));
+  auto feed = [&books](const Bytes& body, int32_t kind) {
+    orderBookNode node;
+    node.data = body.data();
+    node.kind = kind;
+    return books.handleBookNode(node);
+  };
+  {
+    MutexLockGuard lock(core.mutex_);
+    books.addOrderBook(Id16(kId).bytes);
+  }
+  EXPECT_EQ(1, builder->made);
+  const Bytes order = orderBody(kId, 1, '1', 100500, 100, 110);
+  // A snapshot without a price is the ten-level builder's refusal, not the books'.
+  Snapshot unpriced = seeded(100);
+  unpriced.lastPx = 0;
+  EXPECT_TRUE(feed(snapshotBody(unpriced), orderBookNode::kSnapshot));
+  EXPECT_TRUE(feed(order, orderBookNode::kOrder));
+  EXPECT_FALSE(feed(orderBody("000002", 1, '1', 100500, 100, 110), orderBookNode::kOrder))
+      << "no book: the builder is not asked";
+  EXPECT_FALSE(feed(order, 7)) << "unknown kind: the builder is not asked";
+  builder->accept = false;
+  EXPECT_FALSE(feed(tradeBody(kId, 'F', 0, 0, 100000, 100, 120), orderBookNode::kTrade));
+  EXPECT_EQ((std::vector<int32_t>{orderBookNode::kSnapshot, orderBookNode::kOrder,
+                                  orderBookNode::kTrade}),
+            builder->seen);
+  EXPECT_EQ(2, spi.published);
+  EXPECT_EQ(books.findBook(kId), spi.last);
+  EXPECT_TRUE(builder->lockHeld);
+}
+
 TEST(OrderBookHandOver, QueuesOnlyInstrumentsWithABook) {
   BookHarness h;
   auto handOver = [&h](const Bytes& body, orderBookNode::Kind kind) {
