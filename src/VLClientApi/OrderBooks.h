@@ -8,7 +8,8 @@
 // - book thread: runOrderBook (pollBookQueue, handleBookNode). Takes mutex_
 //   for the whole of one node: look-up, builder, OnRtnOrderBook.
 // - front thread: addOrderBook, removeOrderBook, clearOrderBooks, with mutex_
-//   held, each keeping bookKeys_ equal to the map's keys.
+//   held, each keeping bookKeys_ equal to the map's keys. Init also calls
+//   clearOrderBooks, on the application thread with mutex_ held.
 //
 // Locks: szseOrderBookMap_ is guarded by mutex_. bookKeys_ by bookKeysMutex_,
 // which is taken after mutex_ (front thread) or alone (receiver), and guards

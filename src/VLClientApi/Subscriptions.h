@@ -5,7 +5,8 @@
 // Threads and locks: everything here is guarded by the session lock
 // (SessionCore::mutex_); every operation expects it held.
 // - front thread (FrontSession): changes the maps as answers arrive, clears
-//   them on logout, loss of the connection and Init.
+//   them on logout and loss of the connection. Init clears the records too,
+//   on the application thread.
 // - receiver thread (Feed, SnapshotHandlers): looks instruments up and updates
 //   the stored records in place; it never adds or removes an entry.
 // A record is freed when its entry is replaced or removed, on the front thread
