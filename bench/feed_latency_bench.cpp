@@ -47,6 +47,7 @@
 
 #include "VLClientApi/FeedMessages.h"
 #include "VLClientApi/MdApiImpl.h"
+#include "support/TestAccess.h"
 #include "sim/MulticastSender.h"
 #include "support/BookMessages.h"
 #include "utility/Logging.h"
@@ -173,17 +174,17 @@ struct Rig {
     impl = new MdApiImpl();
     spi = new TimingSpi();
     impl->RegisterSpi(spi);
-    impl->mcastHost_ = kGroup;
-    impl->mcastPort_ = std::to_string(libraryPort);
-    impl->mcastInterfaces_.push_back(kLoopback);
-    impl->connected_ = true;
-    impl->loggedIn_ = true;
-    impl->allTickExchange2_ = true;
+    using velmar::mdapi::TestAccess;
+    TestAccess::feed(*impl).setGroup(kGroup, std::to_string(libraryPort), {kLoopback});
+    velmar::mdapi::SessionCore& core = TestAccess::core(*impl);
+    core.connected_ = true;
+    core.loggedIn_ = true;
+    core.allTickExchange2_ = true;
     {
-      velmar::utility::MutexLockGuard lock(impl->mutex_);
-      impl->addOrderBook(Id16(kBookId).bytes);
+      velmar::utility::MutexLockGuard lock(core.mutex_);
+      velmar::mdapi::TestAccess::books(*impl).addOrderBook(Id16(kBookId).bytes);
     }
-    std::thread([this] { impl->runUdpExanic(); }).detach();
+    std::thread([this] { velmar::mdapi::TestAccess::feed(*impl).runUdpExanic(); }).detach();
     // The receiver joins the group on its own thread: until a datagram comes
     // back, it may not have.
     for (int i = 0; i < 100; ++i) {
@@ -196,7 +197,7 @@ struct Rig {
   void startBookThread() {
     if (bookThreadStarted) return;
     bookThreadStarted = true;
-    std::thread([this] { impl->runOrderBook(); }).detach();
+    std::thread([this] { velmar::mdapi::TestAccess::books(*impl).runOrderBook(); }).detach();
   }
 
   /// Sends one datagram and waits for `arrivals` to move on. The latency in

@@ -12,16 +12,15 @@
 #include <vector>
 
 #include "VLClientApi/MdApiImpl.h"
-#include "VLNet/EventLoop.h"
-#include "VLNet/EventLoopThread.h"
 #include "VLNet/InetAddress.h"
-#include "VLNet/TcpClient.h"
 #include "front/FrontSimulator.h"
+#include "support/TestAccess.h"
 #include "utility/Logging.h"
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
+using velmar::mdapi::TestAccess;
 
 class Spi : public velmar::mdapi::VelmarMdSpi {
  public:
@@ -44,31 +43,17 @@ struct Session {
     sim.reset(new velmar::sim::FrontSimulator(options));
     sim->start();
     api.RegisterSpi(&spi);
-    api.loopThread_.reset(new velmar::net::EventLoopThread({}, "MdApiThread"));
-    api.loop_ = api.loopThread_->startLoop();
-    api.client_.reset(new velmar::net::TcpClient(
-        api.loop_, velmar::net::InetAddress("127.0.0.1", sim->port()), "MdClient"));
-    api.client_->setConnectionCallback(
-        [this](const velmar::net::TcpConnectionPtr& c) { api.onConnection(c); });
-    api.client_->setMessageCallback([this](const velmar::net::TcpConnectionPtr& c,
-                                           velmar::net::Buffer* b,
-                                           velmar::Timestamp t) { api.onMessage(c, b, t); });
-    api.client_->connect();
+    front().startLoop();
+    front().createClient(velmar::net::InetAddress("127.0.0.1", sim->port()), nullptr);
+    front().connect();
     while (!spi.connected) std::this_thread::yield();
   }
   ~Session() {
-    api.client_->stop();
+    TestAccess::stopClient(front());
     sim->stop();
-    std::promise<void> done;
-    api.loop_->runInLoop([&] {
-      api.client_.reset();
-      api.conn_.reset();
-      done.set_value();
-    });
-    done.get_future().wait();
-    api.loopThread_->quit();
-    api.loopThread_->join();
+    TestAccess::closeFront(front());
   }
+  velmar::mdapi::FrontSession& front() { return TestAccess::front(api); }
   // One request and the wait for its answer callback, in microseconds.
   template <typename Request>
   double roundTrip(Request request) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "VLClientApi/MdApiImpl.h"
+#include "support/TestAccess.h"
 #include "support/BookMessages.h"
 #include "utility/Logging.h"
 
@@ -22,6 +23,8 @@ namespace {
 
 using namespace booktest;
 using velmar::mdapi::MdApiImpl;
+using velmar::mdapi::OrderBooks;
+using velmar::mdapi::TestAccess;
 using velmar::mdapi::orderBookNode;
 using velmar::utility::Logger;
 
@@ -57,10 +60,10 @@ struct Session {
   Session() {
     impl.RegisterSpi(&spi);
     {
-      velmar::utility::MutexLockGuard lock(impl.mutex_);
-      impl.addOrderBook(Id16(kId).bytes);
+      velmar::utility::MutexLockGuard lock(TestAccess::core(impl).mutex_);
+      books().addOrderBook(Id16(kId).bytes);
     }
-    book = impl.szseOrderBookMap_.at(kId).get();
+    book = books().findBook(kId);
     Bytes snap = snapshotBody(fullSnapshot());
     handle(snap, orderBookNode::kSnapshot);
   }
@@ -71,11 +74,12 @@ struct Session {
     s.totalValueTrade = 10000000;
     return s;
   }
+  OrderBooks& books() { return TestAccess::books(impl); }
   bool handle(const Bytes& body, int32_t kind) {
     orderBookNode node;
     node.data = body.data();
     node.kind = kind;
-    return impl.handleBookNode(node);
+    return books().handleBookNode(node);
   }
 };
 
@@ -214,16 +218,16 @@ void BM_HandOverCost(benchmark::State& state) {
   Session s;
   std::atomic<bool> stop{false};
   std::thread books([&] {
-    while (!stop.load(std::memory_order_relaxed)) s.impl.pollBookQueue();
+    while (!stop.load(std::memory_order_relaxed)) s.books().pollBookQueue();
   });
   Bytes order = orderBody(kId, 1, 'G', 100000, 100, 0);
   for (auto _ : state) {
     setI64(order, kOrderTime, ++s.stamp);
-    s.impl.handOverToBooks(order.data(), orderBookNode::kOrder);
+    s.books().handOverToBooks(order.data(), orderBookNode::kOrder);
   }
   stop = true;
   books.join();
-  s.impl.drainBookQueue();
+  s.books().drainBookQueue();
 }
 BENCHMARK(BM_HandOverCost);
 
@@ -246,13 +250,13 @@ void BM_HandOverLatency(benchmark::State& state) {
   std::thread books([&] {
     orderBookNode node;
     while (!stop.load(std::memory_order_relaxed)) {
-      if (!s.impl.orderBookQueue_.try_dequeue(node)) continue;
+      if (!TestAccess::takeNode(s.books(), &node)) continue;
       const int64_t picked = nowNs();
       int64_t sent;
       std::memcpy(&sent, node.data + kOrderTime, 8);
       samples.push_back(picked - sent);
-      s.impl.handleBookNode(node);
-      s.impl.bookBytes_.release(node.data);
+      s.books().handleBookNode(node);
+      TestAccess::releaseNode(s.books(), node);
       handled.fetch_add(1, std::memory_order_release);
     }
   });
@@ -260,7 +264,7 @@ void BM_HandOverLatency(benchmark::State& state) {
   int64_t sent = 0;
   for (auto _ : state) {
     setI64(order, kOrderTime, nowNs());
-    s.impl.handOverToBooks(order.data(), orderBookNode::kOrder);
+    s.books().handOverToBooks(order.data(), orderBookNode::kOrder);
     ++sent;
     while (handled.load(std::memory_order_acquire) != sent) {
     }

@@ -8,12 +8,14 @@
 #include <memory>
 
 #include "VLClientApi/MdApiImpl.h"
+#include "support/TestAccess.h"
 #include "support/SnapshotDatagrams.h"
 #include "utility/ByteOrder.h"
 
 namespace {
 
 using velmar::mdapi::MdApiImpl;
+using velmar::mdapi::TestAccess;
 using velmar::mdapi::VelmarMdSpi;
 using velmar::test_support::FeedDatagram;
 
@@ -61,13 +63,15 @@ void BM_SzseSnapshotAccepted(benchmark::State& state) {
   MdApiImpl api;
   CountingSpi spi;
   api.RegisterSpi(&spi);
-  api.connected_ = true;
-  api.loggedIn_ = true;
-  api.snapshotsComplete_ = true;
+  velmar::mdapi::SessionCore& core = TestAccess::core(api);
+  core.connected_ = true;
+  core.loggedIn_ = true;
+  core.snapshotsComplete_ = true;
   std::unique_ptr<CVelmarMarketData> record(new CVelmarMarketData());
   record->ExchangeID = 2;
   std::memcpy(record->SecurityID, "000001", 6);
-  api.marketDataExchange2_["000001"] = std::move(record);
+  TestAccess::subscriptions(api).keepMarketData(record);
+  velmar::mdapi::Feed& feed = TestAccess::feed(api);
 
   FeedDatagram d = fullSzseSnapshot();
   char* time = d.data() + d.datagramOffset(0);
@@ -79,7 +83,7 @@ void BM_SzseSnapshotAccepted(benchmark::State& state) {
     v += 100;
     velmar::utility::storeLE<int64_t>(time, t);
     velmar::utility::storeLE<uint64_t>(volume, v);
-    api.onFeedDatagram(d.data());
+    feed.onFeedDatagram(d.data());
   }
   if (spi.calls != static_cast<long>(state.iterations()))
     state.SkipWithError("a message was not applied");

@@ -4,6 +4,7 @@
 
 #include "VLClientApi/MdApiImpl.h"
 #include "support/Datagram.h"
+#include "support/TestAccess.h"
 
 namespace {
 
@@ -14,19 +15,22 @@ class NullSpi : public velmar::mdapi::VelmarMdSpi {
 
 void runOrders(benchmark::State& state, bool allTicks) {
   NullSpi spi;
+  using velmar::mdapi::TestAccess;
   velmar::mdapi::MdApiImpl api;
   api.RegisterSpi(&spi);
-  api.connected_ = true;
-  api.loggedIn_ = true;
-  api.allTickExchange2_ = allTicks;
+  velmar::mdapi::SessionCore& core = TestAccess::core(api);
+  core.connected_ = true;
+  core.loggedIn_ = true;
+  core.allTickExchange2_ = allTicks;
   for (const char* id : {"000001", "000002", "000858", "300446", "002415", "300750"})
-    api.tickSubscriptions_[id] = 1;
+    TestAccess::subscriptions(api).addTicks(id);
+  velmar::mdapi::Feed& feed = TestAccess::feed(api);
   velmar::testing::Datagram d =
       velmar::testing::szseOrder(2011, 1, "300446", 100500, 30000, '1', 20240102093015123LL);
   int64_t seq = 1;
   for (auto _ : state) {
     d.body(2, static_cast<uint64_t>(++seq), 8);  // every message is accepted
-    api.onFeedDatagram(d.data());
+    feed.onFeedDatagram(d.data());
   }
   state.SetItemsProcessed(state.iterations());
 }

@@ -1,14 +1,13 @@
-// Requests to the front: the checks of every operation, their return codes,
-// and the one send path that all requests share. Requests run on the caller's
-// thread, an application thread or a callback's; requestPackage_ and rspInfo_
-// are used without a lock, so an application must not issue two requests at
-// the same time from different threads.
+// The DEBUG lines of the requests name the API operation they serve
+// ("velmar::mdapi::MdApiImpl::ReqUserLogin"), as they always have: readers of
+// the log look for the operation the application called.
+#include "VLClientApi/FrontRequests.h"
+
 #include <cstring>
 #include <memory>
 
 #include "VLClientApi/ErrorTable.h"
-#include "VLClientApi/MdApiImpl.h"
-#include "VLNet/TcpConnection.h"
+#include "VLClientApi/FrontSession.h"
 #include "package/FieldCatalogue.h"
 #include "package/VelmarPackage.h"
 #include "package/WireFormat.h"
@@ -20,34 +19,26 @@ namespace mdapi {
 namespace {
 const char kNullOrCount[] = "Instrument is null or count is incorrect";
 const char kNullAndCount[] = "Instrument is null and count is incorrect";
+const char kReqUserLogin[] = "velmar::mdapi::MdApiImpl::ReqUserLogin";
+const char kReqUserLogout[] = "velmar::mdapi::MdApiImpl::ReqUserLogout";
 }  // namespace
 
-void MdApiImpl::fillRspInfo(int errorId, int requestId) {
+FrontRequests::FrontRequests(SessionCore& core, FrontSession& front)
+    : core_(core), front_(front), requestPackage_(new CVelmarPackage(wire::kRequestCapacity)) {
+  std::memset(&rspInfo_, 0, sizeof rspInfo_);
+}
+
+FrontRequests::~FrontRequests() = default;
+
+void FrontRequests::fillRspInfo(int errorId, int requestId) {
   std::memset(&rspInfo_, 0, sizeof rspInfo_);
   rspInfo_.ErrorID = errorId;
   std::string text = errorText(static_cast<int16_t>(errorId));
   std::strncpy(rspInfo_.ErrorMsg, text.c_str(), sizeof rspInfo_.ErrorMsg - 1);
-  spi_->OnRspError(&rspInfo_, requestId, true);
+  core_.spi_->OnRspError(&rspInfo_, requestId, true);
 }
 
-net::TcpConnectionPtr MdApiImpl::connection() const {
-  utility::MutexLockGuard lock(connMutex_);
-  return conn_;
-}
-
-bool MdApiImpl::sendPackage(const char* data, int length) {
-  if (connected_.load()) {
-    net::TcpConnectionPtr conn = connection();
-    if (conn) {
-      conn->send(data, length);
-      return true;
-    }
-  }
-  LOG_INFO << "Failed to send request, due to not connected to front server!";
-  return false;
-}
-
-int MdApiImpl::sendTransaction(const void* data, int requestId, int tid, size_t length) {
+int FrontRequests::sendTransaction(const void* data, int requestId, int tid, size_t length) {
   CVelmarPackage& package = *requestPackage_;
   package.clear();
   package.prepare();
@@ -57,7 +48,7 @@ int MdApiImpl::sendTransaction(const void* data, int requestId, int tid, size_t 
   bool added = length <= 0xFFFF &&
                package.addField(static_cast<uint32_t>(tid), data, static_cast<uint16_t>(length));
   package.finish();
-  if (added && package.length() > 0 && sendPackage(package.data(), package.length())) {
+  if (added && package.length() > 0 && front_.sendPackage(package.data(), package.length())) {
     LOG_INFO << "Success to send transaction(transactionId: " << tid << ", RequestID: "
              << requestId << ")!\n";
     return 0;
@@ -68,53 +59,53 @@ int MdApiImpl::sendTransaction(const void* data, int requestId, int tid, size_t 
   // The session lock keeps this report from overlapping the other callbacks.
   // A request made from inside a callback already holds it on this thread and
   // must not take it again: the lock is not recursive.
-  if (mutex_.isLockedByThisThread()) {
-    spi_->OnRspError(&rspInfo_, -1, true);
+  if (core_.mutex_.isLockedByThisThread()) {
+    core_.spi_->OnRspError(&rspInfo_, -1, true);
   } else {
-    utility::MutexLockGuard lock(mutex_);
-    spi_->OnRspError(&rspInfo_, -1, true);
+    utility::MutexLockGuard lock(core_.mutex_);
+    core_.spi_->OnRspError(&rspInfo_, -1, true);
   }
   return 0;
 }
 
-int MdApiImpl::ReqUserLogin(CVelmarReqUserLogin* request, int requestId) {
+int FrontRequests::ReqUserLogin(CVelmarReqUserLogin* request, int requestId) {
   if (request) {
-    LOG_DEBUG << "[ReqUserLogin] " << toString(*request);
+    LOG_DEBUG_AS(kReqUserLogin) << "[ReqUserLogin] " << toString(*request);
   }
-  if (!connected_.load()) {
-    LOG_DEBUG << "session not connected ";
+  if (!core_.connected_.load()) {
+    LOG_DEBUG_AS(kReqUserLogin) << "session not connected ";
     fillRspInfo(kFrontNotConnected, requestId);
     return kFrontNotConnected;
   }
-  if (loggedIn_.load()) {
+  if (core_.loggedIn_.load()) {
     fillRspInfo(kDuplicatedLogin, requestId);
     return kDuplicatedLogin;
   }
   std::string message = "[CVelmarReqUserLogin], null request";
   if (!request || !checkRecord(*request, &message)) {
-    LOG_DEBUG << message;
+    LOG_DEBUG_AS(kReqUserLogin) << message;
     fillRspInfo(kFieldCheckError, requestId);
     return kFieldCheckError;
   }
   return sendTransaction(request, requestId, tid::kReqUserLogin, sizeof(CVelmarReqUserLogin));
 }
 
-int MdApiImpl::ReqUserLogout(CVelmarReqUserLogout* request, int requestId) {
+int FrontRequests::ReqUserLogout(CVelmarReqUserLogout* request, int requestId) {
   if (request) {
-    LOG_DEBUG << toString(*request);
+    LOG_DEBUG_AS(kReqUserLogout) << toString(*request);
   }
-  if (!connected_.load()) {
-    LOG_DEBUG << "session not connected ";
+  if (!core_.connected_.load()) {
+    LOG_DEBUG_AS(kReqUserLogout) << "session not connected ";
     fillRspInfo(kFrontNotConnected, requestId);
     return kFrontNotConnected;
   }
-  if (!loggedIn_.load()) {
+  if (!core_.loggedIn_.load()) {
     fillRspInfo(kNotLoggedIn, requestId);
     return kNotLoggedIn;
   }
   std::string message = "[CVelmarReqUserLogout], null request";
   if (!request || !checkRecord(*request, &message)) {
-    LOG_DEBUG << message;
+    LOG_DEBUG_AS(kReqUserLogout) << message;
     fillRspInfo(kFieldCheckError, requestId);
     return kFieldCheckError;
   }
@@ -122,41 +113,41 @@ int MdApiImpl::ReqUserLogout(CVelmarReqUserLogout* request, int requestId) {
 }
 
 // The requests for all instruments report their state errors by return code
-// only. The DEBUG lines name the operation, as their statements stand in it.
-#define VELMAR_CHECK_SESSION()                 \
-  do {                                         \
-    if (!connected_.load()) {                  \
-      LOG_DEBUG << "session not connected ";   \
-      return kFrontNotConnected;               \
-    }                                          \
-    if (!loggedIn_.load()) return kNotLoggedIn; \
+// only. The DEBUG line names the API operation.
+#define VELMAR_CHECK_SESSION(operation)                                                 \
+  do {                                                                                  \
+    if (!core_.connected_.load()) {                                                     \
+      LOG_DEBUG_AS("velmar::mdapi::MdApiImpl::" operation) << "session not connected "; \
+      return kFrontNotConnected;                                                        \
+    }                                                                                   \
+    if (!core_.loggedIn_.load()) return kNotLoggedIn;                                   \
   } while (0)
 
-int MdApiImpl::SubAllMarketData(int tickType, int exchange, int requestId) {
-  VELMAR_CHECK_SESSION();
+int FrontRequests::SubAllMarketData(int tickType, int exchange, int requestId) {
+  VELMAR_CHECK_SESSION("SubAllMarketData");
   if ((exchange & 3) == 0) return kInvalidExchange;
   if ((tickType & 7) == 0) return kInvalidTickType;
   CVelmarSubAllRecord record{tickType, exchange};
   return sendTransaction(&record, requestId, tid::kSubAllMarketData, sizeof record);
 }
 
-int MdApiImpl::UnSubAllMarketData(int tickType, int exchange, int requestId) {
-  VELMAR_CHECK_SESSION();
+int FrontRequests::UnSubAllMarketData(int tickType, int exchange, int requestId) {
+  VELMAR_CHECK_SESSION("UnSubAllMarketData");
   if ((exchange & 3) == 0) return kInvalidExchange;
   if ((tickType & 7) == 0) return kInvalidTickType;
   CVelmarSubAllRecord record{tickType, exchange};
   return sendTransaction(&record, requestId, tid::kUnSubAllMarketData, sizeof record);
 }
 
-int MdApiImpl::SubAllTickByTick(int exchange, int requestId) {
-  VELMAR_CHECK_SESSION();
+int FrontRequests::SubAllTickByTick(int exchange, int requestId) {
+  VELMAR_CHECK_SESSION("SubAllTickByTick");
   if ((exchange & 3) == 0) return kInvalidExchange;
   CVelmarSubAllRecord record{0, exchange};
   return sendTransaction(&record, requestId, tid::kSubAllTickByTick, sizeof record);
 }
 
-int MdApiImpl::UnSubAllTickByTick(int exchange, int requestId) {
-  VELMAR_CHECK_SESSION();
+int FrontRequests::UnSubAllTickByTick(int exchange, int requestId) {
+  VELMAR_CHECK_SESSION("UnSubAllTickByTick");
   if ((exchange & 3) == 0) return kInvalidExchange;
   CVelmarSubAllRecord record{0, exchange};
   return sendTransaction(&record, requestId, tid::kUnSubAllTickByTick, sizeof record);
@@ -164,19 +155,19 @@ int MdApiImpl::UnSubAllTickByTick(int exchange, int requestId) {
 
 // Books exist for Shenzhen only: without bit 2 the request is refused. The
 // flag changes at once, before anything is sent; the front has no answer.
-int MdApiImpl::SubAllOrderBook(int exchange, int requestId) {
-  VELMAR_CHECK_SESSION();
+int FrontRequests::SubAllOrderBook(int exchange, int requestId) {
+  VELMAR_CHECK_SESSION("SubAllOrderBook");
   if ((exchange & 2) == 0) return kInvalidExchange;
-  allOrderBook_.store(true);
+  core_.allOrderBook_.store(true);
   CVelmarSubAllRecord record{0, exchange};
   sendTransaction(&record, requestId, tid::kSubAllOrderBook, sizeof record);
   return 0;
 }
 
-int MdApiImpl::UnSubAllOrderBook(int exchange, int requestId) {
-  VELMAR_CHECK_SESSION();
+int FrontRequests::UnSubAllOrderBook(int exchange, int requestId) {
+  VELMAR_CHECK_SESSION("UnSubAllOrderBook");
   if ((exchange & 2) == 0) return kInvalidExchange;
-  allOrderBook_.store(false);
+  core_.allOrderBook_.store(false);
   CVelmarSubAllRecord record{0, exchange};
   sendTransaction(&record, requestId, tid::kUnSubAllOrderBook, sizeof record);
   return 0;
@@ -184,15 +175,15 @@ int MdApiImpl::UnSubAllOrderBook(int exchange, int requestId) {
 
 #undef VELMAR_CHECK_SESSION
 
-int MdApiImpl::sendInstruments(char** instrumentIds, int count, int requestId, int tid,
-                               bool reportStateErrors, const char* nullMessage,
-                               const char* operation) {
-  if (!connected_.load()) {
+int FrontRequests::sendInstruments(char** instrumentIds, int count, int requestId, int tid,
+                                   bool reportStateErrors, const char* nullMessage,
+                                   const char* operation) {
+  if (!core_.connected_.load()) {
     LOG_DEBUG_AS(operation) << "session not connected ";
     if (reportStateErrors) fillRspInfo(kFrontNotConnected, requestId);
     return kFrontNotConnected;
   }
-  if (!loggedIn_.load()) {
+  if (!core_.loggedIn_.load()) {
     if (reportStateErrors) fillRspInfo(kNotLoggedIn, requestId);
     return kNotLoggedIn;
   }
@@ -211,27 +202,27 @@ int MdApiImpl::sendInstruments(char** instrumentIds, int count, int requestId, i
   return sendTransaction(block.get(), requestId, tid, length);
 }
 
-int MdApiImpl::SubMarketData(char** ids, int count, int requestId) {
+int FrontRequests::SubMarketData(char** ids, int count, int requestId) {
   return sendInstruments(ids, count, requestId, tid::kSubMarketData, true, kNullOrCount,
                          "velmar::mdapi::MdApiImpl::SubMarketData");
 }
-int MdApiImpl::UnSubMarketData(char** ids, int count, int requestId) {
+int FrontRequests::UnSubMarketData(char** ids, int count, int requestId) {
   return sendInstruments(ids, count, requestId, tid::kUnSubMarketData, true, kNullAndCount,
                          "velmar::mdapi::MdApiImpl::UnSubMarketData");
 }
-int MdApiImpl::SubTickByTick(char** ids, int count, int requestId) {
+int FrontRequests::SubTickByTick(char** ids, int count, int requestId) {
   return sendInstruments(ids, count, requestId, tid::kSubTickByTick, true, kNullOrCount,
                          "velmar::mdapi::MdApiImpl::SubTickByTick");
 }
-int MdApiImpl::UnSubTickByTick(char** ids, int count, int requestId) {
+int FrontRequests::UnSubTickByTick(char** ids, int count, int requestId) {
   return sendInstruments(ids, count, requestId, tid::kUnSubTickByTick, true, kNullOrCount,
                          "velmar::mdapi::MdApiImpl::UnSubTickByTick");
 }
-int MdApiImpl::SubOrderBook(char** ids, int count, int requestId) {
+int FrontRequests::SubOrderBook(char** ids, int count, int requestId) {
   return sendInstruments(ids, count, requestId, tid::kSubOrderBook, false, kNullOrCount,
                          "velmar::mdapi::MdApiImpl::SubOrderBook");
 }
-int MdApiImpl::UnSubOrderBook(char** ids, int count, int requestId) {
+int FrontRequests::UnSubOrderBook(char** ids, int count, int requestId) {
   return sendInstruments(ids, count, requestId, tid::kUnSubOrderBook, false, kNullOrCount,
                          "velmar::mdapi::MdApiImpl::UnSubOrderBook");
 }

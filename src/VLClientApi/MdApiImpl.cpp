@@ -1,16 +1,19 @@
 #include "VLClientApi/MdApiImpl.h"
 
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <new>
+#include <thread>
 
+#include "VLClientApi/ErrorTable.h"
+#include "VLClientApi/LevelBookBuilder.h"
+#include "VLClientApi/ProcessLog.h"
 #include "VLMdApiVersion.h"
-#include "VLNet/EventLoopThread.h"
-#include "VLNet/TcpClient.h"
-#include "VLNet/TcpConnection.h"
-#include "package/VelmarPackage.h"
-#include "package/WireFormat.h"
+#include "VLNet/InetAddress.h"
+#include "utility/CurrentThread.h"
+#include "utility/Logging.h"
 #include "utility/Platform.h"
 
 namespace velmar {
@@ -22,6 +25,14 @@ namespace {
 const char kVersion[] = "VELMAR_API_V" VLMDAPI_VERSION_TEXT;
 // The first GetTradingDay of the process fixes the day for all later calls.
 char g_tradingDay[48] = {0};
+
+// Registration stores the text unchanged; only Init looks at it. A null
+// pointer is kept as an empty text.
+std::string textOf(const char* text) { return text ? std::string(text) : std::string(); }
+
+uint16_t portNumber(const std::string& text) {
+  return static_cast<uint16_t>(std::atoi(text.c_str()));
+}
 }  // namespace
 
 VelmarMdApi* VelmarMdApi::CreateMdUserApi(const char* /*reserved*/) {
@@ -31,19 +42,12 @@ VelmarMdApi* VelmarMdApi::CreateMdUserApi(const char* /*reserved*/) {
 const char* VelmarMdApi::GetVersion() { return kVersion; }
 
 MdApiImpl::MdApiImpl()
-    : requestPackage_(new CVelmarPackage(wire::kRequestCapacity)),
-      heartbeatPackage_(new CVelmarPackage(wire::kKeepAliveCapacity)),
-      orderBookQueue_(192) {
-  std::memset(&rspInfo_, 0, sizeof rspInfo_);
-  // The keep-alive is built once and sent unchanged: 00 02 00 00 04 00.
-  heartbeatPackage_->prepare();
-  heartbeatPackage_->setKeepAlive();
-  heartbeatPackage_->finish();
-}
+    : books_(*this, std::unique_ptr<BookBuilder>(new LevelBookBuilder())),
+      front_(*this, books_),
+      feed_(*this, front_.subscriptions(), books_),
+      requests_(*this, front_) {}
 
-// Nodes still queued own bytes (possibly from the heap); no book thread runs
-// by the time the object goes.
-MdApiImpl::~MdApiImpl() { drainBookQueue(); }
+MdApiImpl::~MdApiImpl() = default;
 
 const char* MdApiImpl::GetTradingDay() {
   if (g_tradingDay[0] == '\0') {
@@ -54,12 +58,6 @@ const char* MdApiImpl::GetTradingDay() {
   }
   return g_tradingDay;
 }
-
-namespace {
-// Registration stores the text unchanged; only Init looks at it. A null
-// pointer is kept as an empty text.
-std::string textOf(const char* text) { return text ? std::string(text) : std::string(); }
-}  // namespace
 
 void MdApiImpl::RegisterFront(const char* address) { frontAddresses_.push_back(textOf(address)); }
 void MdApiImpl::RegisterMulticast(const char* address) {
@@ -73,12 +71,132 @@ void MdApiImpl::RegisterMulticastInterface(const char* address) {
 }
 void MdApiImpl::SetUserString(const char* text) { userString_ = textOf(text); }
 void MdApiImpl::RegisterSpi(VelmarMdSpi* spi) { spi_ = spi; }
-void MdApiImpl::SetHeartbeatTimeout(unsigned int seconds) { heartbeatTimeout_.store(seconds); }
+void MdApiImpl::SetHeartbeatTimeout(unsigned int seconds) { front_.setHeartbeatTimeout(seconds); }
 
-std::string securityIdKey(const char* id, size_t width) {
-  const void* nul = std::memchr(id, 0, width);
-  size_t len = nul ? static_cast<size_t>(static_cast<const char*>(nul) - id) : width;
-  return std::string(id, len);
+bool MdApiImpl::parseAddress(const std::vector<std::string>& list, std::string* host,
+                             std::string* port) {
+  if (list.empty()) return false;
+  // Chosen once per Init; reconnects keep the address.
+  std::srand(static_cast<unsigned>(std::time(nullptr)));
+  const std::string& text = list[static_cast<size_t>(std::rand()) % list.size()];
+  if (text.empty()) return false;
+  if (text.compare(0, 3, "tcp") != 0 && text.compare(0, 3, "udp") != 0) return false;
+  const size_t colon = text.rfind(':');
+  const size_t slashes = text.find("//");
+  if (colon == std::string::npos || slashes == std::string::npos) return false;
+  const size_t hostStart = slashes + 2;
+  // "tcp://host": the only ':' is the scheme's. The host is all behind "//"
+  // and the port text all behind that ':', whose number is 0; the connection
+  // attempts then fail, which the application hears about as for any
+  // unreachable front.
+  *host = colon >= hostStart ? text.substr(hostStart, colon - hostStart) : text.substr(hostStart);
+  *port = text.substr(colon + 1);
+  return !host->empty() && !port->empty();
+}
+
+// The receiver and book threads that Init starts run to the end of the
+// process; after Release the feed gate stays closed.
+int MdApiImpl::Init() {
+  if (started_.load()) return kInternalError;
+
+  {
+    utility::MutexLockGuard lock(mutex_);
+    books_.clearOrderBooks();
+    front_.subscriptions().clearMarketData();
+  }
+  makeLogDirectory(kLogDirectory);  // without it the log file can't open; not fatal
+  setUpProcessLog();
+  LOG_INFO << "server begin to init";
+
+  if (!parseAddress(frontAddresses_, &frontHost_, &frontPort_)) {
+    LOG_ERROR << "InValid front address";
+    return kInvalidFrontAddr;
+  }
+  std::string mcastHost, mcastPort;
+  if (!parseAddress(mcastAddresses_, &mcastHost, &mcastPort)) {
+    LOG_ERROR << "InValid mcast address";
+    return kInvalidFrontAddr;
+  }
+  feed_.setGroup(mcastHost, mcastPort, mcastInterfaces_);
+  net::InetAddress serverAddr(frontHost_.c_str(), portNumber(frontPort_));
+
+  front_.startLoop();
+  if (!localTcpAddresses_.empty()) {
+    std::string localHost, localPort;
+    if (!parseAddress(localTcpAddresses_, &localHost, &localPort)) {
+      LOG_ERROR << "InValid local tcp address";
+      return kInvalidFrontAddr;
+    }
+    net::InetAddress localAddr(localHost.c_str(), portNumber(localPort));
+    front_.createClient(serverAddr, &localAddr);
+  } else {
+    front_.createClient(serverAddr, nullptr);
+  }
+
+  std::thread receiver([this] { feed_.runUdpExanic(); });  // "udpExanicThread"
+  receiver.detach();
+  front_.connect();
+  started_.store(true);
+  std::thread books([this] {  // "orderbookThread"
+    CurrentThread::t_threadName = "orderbookThread";
+    books_.runOrderBook();
+  });
+  books.detach();
+  return kNoError;
+}
+
+int MdApiImpl::Join() {
+  front_.join();
+  return 0;
+}
+
+void MdApiImpl::Release() {
+  loggedIn_.store(false);
+  front_.release();
+}
+
+// The requests are the front session's; the session object only passes them on.
+int MdApiImpl::ReqUserLogin(CVelmarReqUserLogin* request, int requestId) {
+  return requests_.ReqUserLogin(request, requestId);
+}
+int MdApiImpl::ReqUserLogout(CVelmarReqUserLogout* request, int requestId) {
+  return requests_.ReqUserLogout(request, requestId);
+}
+int MdApiImpl::SubAllMarketData(int tickType, int exchange, int requestId) {
+  return requests_.SubAllMarketData(tickType, exchange, requestId);
+}
+int MdApiImpl::UnSubAllMarketData(int tickType, int exchange, int requestId) {
+  return requests_.UnSubAllMarketData(tickType, exchange, requestId);
+}
+int MdApiImpl::SubAllTickByTick(int exchange, int requestId) {
+  return requests_.SubAllTickByTick(exchange, requestId);
+}
+int MdApiImpl::UnSubAllTickByTick(int exchange, int requestId) {
+  return requests_.UnSubAllTickByTick(exchange, requestId);
+}
+int MdApiImpl::SubMarketData(char** ids, int count, int requestId) {
+  return requests_.SubMarketData(ids, count, requestId);
+}
+int MdApiImpl::UnSubMarketData(char** ids, int count, int requestId) {
+  return requests_.UnSubMarketData(ids, count, requestId);
+}
+int MdApiImpl::SubTickByTick(char** ids, int count, int requestId) {
+  return requests_.SubTickByTick(ids, count, requestId);
+}
+int MdApiImpl::UnSubTickByTick(char** ids, int count, int requestId) {
+  return requests_.UnSubTickByTick(ids, count, requestId);
+}
+int MdApiImpl::SubAllOrderBook(int exchange, int requestId) {
+  return requests_.SubAllOrderBook(exchange, requestId);
+}
+int MdApiImpl::UnSubAllOrderBook(int exchange, int requestId) {
+  return requests_.UnSubAllOrderBook(exchange, requestId);
+}
+int MdApiImpl::SubOrderBook(char** ids, int count, int requestId) {
+  return requests_.SubOrderBook(ids, count, requestId);
+}
+int MdApiImpl::UnSubOrderBook(char** ids, int count, int requestId) {
+  return requests_.UnSubOrderBook(ids, count, requestId);
 }
 
 }  // namespace mdapi

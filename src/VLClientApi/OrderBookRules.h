@@ -1,7 +1,7 @@
 // The update rules of a Shenzhen order book, as plain functions on one
 // CVelmarOrderBook and one message body. They know nothing of the map, the
-// queue or the lock: the book thread runs them with mutex_ held after the
-// gate has passed (OrderBookThread.cpp), and the tests drive them directly.
+// queue or the lock: LevelBookBuilder puts them together for the book thread,
+// which runs them with mutex_ held, and the tests drive them directly.
 //
 // A body is the Shenzhen message from the datagram's byte 4 on, read field by
 // field with little-endian loads at the offsets of FeedMessages.h.

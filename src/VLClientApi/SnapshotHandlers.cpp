@@ -1,22 +1,18 @@
-// The five snapshot handlers: they update the stored CVelmarMarketData of a
-// subscribed instrument in place and hand it to OnRtnMarketData.
-//
 // The feed never creates a record: the front delivers one per subscribed
 // instrument, and a message only changes what it carries, so whatever it does
-// not carry stays as the front or the last message left it. Each handler holds
-// mutex_ from the readiness test (or, for the Shanghai snapshot, from just
-// after it) to its end, callback included, because the front's thread replaces
-// and frees records under the same lock.
+// not carry stays as the front or the last message left it.
 //
 // Numbers with implied decimals are converted as the raw unsigned integer
 // divided in double precision, truncated toward zero where the record's field
 // is an integer. The divisors differ between messages even for the same kind
 // of value; each one below is the one of its own message.
+#include "VLClientApi/SnapshotHandlers.h"
+
 #include <algorithm>
 #include <cstring>
 
 #include "VLClientApi/FeedMessages.h"
-#include "VLClientApi/MdApiImpl.h"
+#include "VLClientApi/Subscriptions.h"
 #include "utility/ByteOrder.h"
 #include "utility/Logging.h"
 
@@ -30,18 +26,11 @@ namespace {
 /// Size of the record's queue arrays; larger counts in a message are cut here.
 constexpr size_t kQueueLimit = 50;
 
-using RecordMap = std::unordered_map<std::string, std::unique_ptr<CVelmarMarketData>>;
-
 inline double scaled(uint64_t raw, double divisor) {
   return static_cast<double>(raw) / divisor;
 }
 inline int64_t scaledWhole(uint64_t raw, double divisor) {
   return static_cast<int64_t>(static_cast<double>(raw) / divisor);
-}
-
-inline CVelmarMarketData* findRecord(RecordMap& map, const std::string& key) {
-  auto it = map.find(key);
-  return it == map.end() ? nullptr : it->second.get();
 }
 
 /// A message is late if the record already holds more volume, or the same
@@ -82,14 +71,14 @@ static_assert(feed::kBodyOffset + feed::szse_volume_stat::TotalValueTrade + 8 <=
 
 }  // namespace
 
-void MdApiImpl::onSseSnapshot(const char* datagram) {
+void SnapshotHandlers::onSseSnapshot(const char* datagram) {
   namespace m = feed::sse_snapshot;
   // The only handler that looks at readiness before the lock: a cheap early
   // out while the front is still delivering its records.
-  if (!snapshotsComplete_.load(std::memory_order_acquire)) return;
-  utility::MutexLockGuard lock(mutex_);
+  if (!core_.snapshotsComplete_.load(std::memory_order_acquire)) return;
+  utility::MutexLockGuard lock(core_.mutex_);
   const char* securityId = datagram + m::SecurityID;
-  CVelmarMarketData* r = findRecord(marketDataExchange1_, securityIdKey(securityId));
+  CVelmarMarketData* r = subscriptions_.shanghaiRecord(securityIdKey(securityId));
   if (r == nullptr) return;
 
   const uint32_t time = loadLE<uint32_t>(datagram + m::DataTimeStamp);
@@ -166,15 +155,15 @@ void MdApiImpl::onSseSnapshot(const char* datagram) {
     r->BestAskQueue[i] = entry < kEntriesInBuffer ? loadLE<uint32_t>(queue + 4 * entry) : 0;
   }
 
-  spi_->OnRtnMarketData(r);
+  core_.spi_->OnRtnMarketData(r);
 }
 
-void MdApiImpl::onSseIndex(const char* datagram) {
+void SnapshotHandlers::onSseIndex(const char* datagram) {
   namespace m = feed::sse_index;
-  utility::MutexLockGuard lock(mutex_);
-  if (!snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  utility::MutexLockGuard lock(core_.mutex_);
+  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return;
   const char* securityId = datagram + m::SecurityID;
-  CVelmarMarketData* r = findRecord(marketDataExchange1_, securityIdKey(securityId));
+  CVelmarMarketData* r = subscriptions_.shanghaiRecord(securityIdKey(securityId));
   if (r == nullptr) return;
 
   const uint32_t time = loadLE<uint32_t>(datagram + m::DataTimeStamp);
@@ -202,15 +191,15 @@ void MdApiImpl::onSseIndex(const char* datagram) {
   setPrice(r->LowPrice, m::LowIndex, 100000);
   setPrice(r->ClosePrice, m::CloseIndex, 100000);
 
-  spi_->OnRtnMarketData(r);
+  core_.spi_->OnRtnMarketData(r);
 }
 
-void MdApiImpl::onSzseSnapshot(const char* body) {
+void SnapshotHandlers::onSzseSnapshot(const char* body) {
   namespace m = feed::szse_snapshot;
-  utility::MutexLockGuard lock(mutex_);
-  if (!snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  utility::MutexLockGuard lock(core_.mutex_);
+  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return;
   const std::string key = securityIdKey(body + m::SecurityID);
-  CVelmarMarketData* r = findRecord(marketDataExchange2_, key);
+  CVelmarMarketData* r = subscriptions_.shenzhenRecord(key);
   if (r == nullptr) return;
 
   const int64_t time = loadLE<int64_t>(body + m::OrigTime);
@@ -264,14 +253,14 @@ void MdApiImpl::onSzseSnapshot(const char* body) {
   for (size_t i = 0; i < askSize; ++i)
     r->BestAskQueue[i] = loadLE<uint32_t>(offerQueue + 4 * i) / 100;
 
-  spi_->OnRtnMarketData(r);
+  core_.spi_->OnRtnMarketData(r);
 }
 
-void MdApiImpl::onSzseIndex(const char* body) {
+void SnapshotHandlers::onSzseIndex(const char* body) {
   namespace m = feed::szse_index;
-  utility::MutexLockGuard lock(mutex_);
-  if (!snapshotsComplete_.load(std::memory_order_relaxed)) return;
-  CVelmarMarketData* r = findRecord(marketDataExchange2_, securityIdKey(body + m::SecurityID));
+  utility::MutexLockGuard lock(core_.mutex_);
+  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  CVelmarMarketData* r = subscriptions_.shenzhenRecord(securityIdKey(body + m::SecurityID));
   if (r == nullptr) return;
 
   const int64_t time = loadLE<int64_t>(body + m::OrigTime);
@@ -292,15 +281,15 @@ void MdApiImpl::onSzseIndex(const char* body) {
   r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
   std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
 
-  spi_->OnRtnMarketData(r);
+  core_.spi_->OnRtnMarketData(r);
 }
 
-void MdApiImpl::onSzseVolumeStat(const char* body) {
+void SnapshotHandlers::onSzseVolumeStat(const char* body) {
   namespace m = feed::szse_volume_stat;
-  utility::MutexLockGuard lock(mutex_);
-  if (!snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  utility::MutexLockGuard lock(core_.mutex_);
+  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return;
   const char* securityId = body + m::SecurityID;
-  CVelmarMarketData* r = findRecord(marketDataExchange2_, securityIdKey(securityId));
+  CVelmarMarketData* r = subscriptions_.shenzhenRecord(securityIdKey(securityId));
   if (r == nullptr) return;
 
   const int64_t time = loadLE<int64_t>(body + m::OrigTime);
@@ -317,7 +306,7 @@ void MdApiImpl::onSzseVolumeStat(const char* body) {
   r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
   std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
 
-  spi_->OnRtnMarketData(r);
+  core_.spi_->OnRtnMarketData(r);
 }
 
 }  // namespace mdapi

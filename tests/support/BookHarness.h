@@ -9,15 +9,18 @@
 #include <string>
 #include <vector>
 
-#include "VLClientApi/MdApiImpl.h"
+#include "VLClientApi/LevelBookBuilder.h"
 #include "VLClientApi/OrderBookRules.h"
+#include "VLClientApi/OrderBooks.h"
 #include "support/BookMessages.h"
 #include "support/LogCapture.h"
 #include "utility/Logging.h"
 
 namespace booktest {
 
-using velmar::mdapi::MdApiImpl;
+using velmar::mdapi::LevelBookBuilder;
+using velmar::mdapi::OrderBooks;
+using velmar::mdapi::SessionCore;
 using velmar::mdapi::orderBookNode;
 
 /// Counts OnRtnOrderBook and keeps the last pointer.
@@ -82,24 +85,26 @@ inline std::unique_ptr<CVelmarOrderBook> bookFrom(const std::string& bidText,
   return b;
 }
 
+/// The books part alone, with today's builder, on a session core of its own.
 struct BookHarness {
-  MdApiImpl impl;
+  SessionCore core;
+  OrderBooks books{core, std::unique_ptr<LevelBookBuilder>(new LevelBookBuilder())};
   BookSpi spi;
 
-  BookHarness() { impl.RegisterSpi(&spi); }
+  BookHarness() { core.spi_ = &spi; }
 
   void add(const std::string& id) {
-    velmar::utility::MutexLockGuard lock(impl.mutex_);
-    impl.addOrderBook(Id16(id).bytes);
+    velmar::utility::MutexLockGuard lock(core.mutex_);
+    books.addOrderBook(Id16(id).bytes);
   }
   void remove(const std::string& id) {
-    velmar::utility::MutexLockGuard lock(impl.mutex_);
-    impl.removeOrderBook(Id16(id).bytes);
+    velmar::utility::MutexLockGuard lock(core.mutex_);
+    books.removeOrderBook(Id16(id).bytes);
   }
-  /// The live book of an instrument, or null.
+  /// The live book of an instrument, or null. The tests run one thread here,
+  /// so the session lock is not taken.
   CVelmarOrderBook* book(const std::string& id = "000001") {
-    auto it = impl.szseOrderBookMap_.find(id);
-    return it == impl.szseOrderBookMap_.end() ? nullptr : it->second.get();
+    return books.findBook(id);
   }
   /// The book thread's step for one body; true if the book was published.
   bool feed(const Bytes& body, int32_t kind) {
@@ -107,7 +112,7 @@ struct BookHarness {
     orderBookNode node;
     node.data = body.data();
     node.kind = kind;
-    const bool result = impl.handleBookNode(node);
+    const bool result = books.handleBookNode(node);
     EXPECT_EQ(result ? 1 : 0, spi.published - before) << "one callback per accepted node";
     return result;
   }

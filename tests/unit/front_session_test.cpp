@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <functional>
 #include <future>
 #include <memory>
 #include <string>
@@ -17,9 +18,11 @@
 #include "front/FrontSimulator.h"
 #include "support/LogCapture.h"
 #include "support/SessionSpi.h"
+#include "support/TestAccess.h"
 #include "support/WireBytes.h"
 
 using velmar::mdapi::MdApiImpl;
+using velmar::mdapi::TestAccess;
 using velmar::sim::FrontSimulator;
 using velmar::sim::FrontSimulatorOptions;
 using velmar::testing::LogCapture;
@@ -64,39 +67,21 @@ class FrontSession : public ::testing::Test {
     std::string error;
     ASSERT_TRUE(sim_.start(&error)) << error;
     api_.RegisterSpi(&spi_);
-    api_.loopThread_.reset(new velmar::net::EventLoopThread({}, "MdApiThread"));
-    api_.loop_ = api_.loopThread_->startLoop();
-    api_.client_.reset(new velmar::net::TcpClient(
-        api_.loop_, velmar::net::InetAddress("127.0.0.1", sim_.port()), "MdClient"));
-    api_.client_->setConnectFailCallback([this](int ms) { api_.onConnectFailed(ms); });
-    api_.client_->setConnectionCallback(
-        [this](const velmar::net::TcpConnectionPtr& c) { api_.onConnection(c); });
-    api_.client_->setMessageCallback([this](const velmar::net::TcpConnectionPtr& c,
-                                            velmar::net::Buffer* b,
-                                            velmar::Timestamp t) { api_.onMessage(c, b, t); });
-    api_.client_->enableRetry();
+    front_.startLoop();
+    front_.createClient(velmar::net::InetAddress("127.0.0.1", sim_.port()), nullptr);
   }
 
   void TearDown() override {
     const size_t mark = spi_.size();
-    api_.client_->stop();
+    TestAccess::stopClient(front_);
     sim_.stop();
     // A live connection goes down before its client and its last holder.
-    if (api_.connected_.load()) spi_.waitFor("disconnected 0", mark, 3000);
-    // The client and the connection belong to the loop: they go on its thread.
-    std::promise<void> done;
-    api_.loop_->runInLoop([&] {
-      api_.client_.reset();
-      api_.conn_.reset();
-      done.set_value();
-    });
-    done.get_future().wait();
-    api_.loopThread_->quit();
-    api_.loopThread_->join();
+    if (core_.connected_.load()) spi_.waitFor("disconnected 0", mark, 3000);
+    TestAccess::closeFront(front_);
   }
 
   void connect() {
-    api_.client_->connect();
+    front_.connect();
     ASSERT_GE(spi_.waitFor("connected"), 0) << spi_.dump();
   }
   void login() {
@@ -105,10 +90,11 @@ class FrontSession : public ::testing::Test {
     ASSERT_EQ(api_.ReqUserLogin(&req, 1), 0);
     ASSERT_GE(spi_.waitFor("login ok alice id 1 last"), 0) << spi_.dump();
   }
+  velmar::mdapi::Subscriptions& subs() { return TestAccess::subscriptions(api_); }
   // The maps are guarded by the session lock; read them under it.
   template <typename F>
   auto locked(F f) {
-    velmar::utility::MutexLockGuard lock(api_.mutex_);
+    velmar::utility::MutexLockGuard lock(core_.mutex_);
     return f();
   }
 
@@ -116,6 +102,8 @@ class FrontSession : public ::testing::Test {
   FrontSimulator sim_;
   SessionSpi spi_;
   MdApiImpl api_;
+  velmar::mdapi::SessionCore& core_ = TestAccess::core(api_);
+  velmar::mdapi::FrontSession& front_ = TestAccess::front(api_);
   char ids_[255][16] = {};
   char* many_[255];  // one more id than a request holds
 };
@@ -131,7 +119,7 @@ TEST_F(FrontSession, LoginRefusedThenAcceptedAndKeepAlivesOnlyAfterLogin) {
   CVelmarReqUserLogin req = loginRequest("wrong");
   EXPECT_EQ(api_.ReqUserLogin(&req, 7), 0);
   ASSERT_GE(spi_.waitFor("login refused -102 id 7"), 0) << spi_.dump();
-  EXPECT_FALSE(api_.loggedIn_.load());
+  EXPECT_FALSE(core_.loggedIn_.load());
   // Connected for a while, not logged in: no keep-alive has gone out.
   velmar::platform::sleepMs(1200);
   EXPECT_EQ(sim_.keepAlivesReceived(), 0u);
@@ -139,7 +127,7 @@ TEST_F(FrontSession, LoginRefusedThenAcceptedAndKeepAlivesOnlyAfterLogin) {
   req = loginRequest("secret");
   EXPECT_EQ(api_.ReqUserLogin(&req, 8), 0);
   ASSERT_GE(spi_.waitFor("login ok alice id 8 last"), 0) << spi_.dump();
-  EXPECT_TRUE(api_.loggedIn_.load());
+  EXPECT_TRUE(core_.loggedIn_.load());
   EXPECT_TRUE(sim_.waitForKeepAlives(1, 3000));
   // A second login while logged in is refused locally.
   EXPECT_EQ(api_.ReqUserLogin(&req, 9), -119);
@@ -181,11 +169,11 @@ TEST_F(FrontSession, ReturnCodesOfEveryStateAndArgumentCheck) {
   EXPECT_EQ(api_.SubAllMarketData(1, 4, 9), -106);
   EXPECT_EQ(api_.SubAllMarketData(8, 1, 9), -107);
   EXPECT_EQ(api_.SubAllOrderBook(1, 9), -106);  // Shenzhen's bit is needed
-  EXPECT_FALSE(api_.allOrderBook_.load());
+  EXPECT_FALSE(core_.allOrderBook_.load());
   EXPECT_EQ(api_.SubAllOrderBook(3, 9), 0);
-  EXPECT_TRUE(api_.allOrderBook_.load());
+  EXPECT_TRUE(core_.allOrderBook_.load());
   EXPECT_EQ(api_.UnSubAllOrderBook(2, 9), 0);
-  EXPECT_FALSE(api_.allOrderBook_.load());
+  EXPECT_FALSE(core_.allOrderBook_.load());
   EXPECT_EQ(spi_.count("error"), 6u) << spi_.dump();  // the six above, no more
 
   // 254 ids fit in one field; 255 are refused with -117 and request id -1,
@@ -201,6 +189,45 @@ TEST_F(FrontSession, ReturnCodesOfEveryStateAndArgumentCheck) {
   EXPECT_GE(spi_.waitFor("error -117 Fail to process transaction! id -1 last"), 0) << spi_.dump();
 }
 
+// The DEBUG lines of a refused request carry the name of the API operation
+// that the application called, whichever part of the library writes them.
+TEST_F(FrontSession, RefusedRequestsLogInTheNameOfTheirOperation) {
+  LogCapture debug(velmar::utility::Logger::DEBUG);
+  char* ids[] = {id000001};
+  CVelmarReqUserLogin in = loginRequest("secret");
+  CVelmarReqUserLogout out{};
+  const struct {
+    const char* operation;
+    std::function<int()> call;
+  } cases[] = {
+      {"ReqUserLogin", [&] { return api_.ReqUserLogin(&in, 1); }},
+      {"ReqUserLogout", [&] { return api_.ReqUserLogout(&out, 1); }},
+      {"SubAllMarketData", [&] { return api_.SubAllMarketData(1, 1, 1); }},
+      {"UnSubAllMarketData", [&] { return api_.UnSubAllMarketData(1, 1, 1); }},
+      {"SubAllTickByTick", [&] { return api_.SubAllTickByTick(1, 1); }},
+      {"UnSubAllTickByTick", [&] { return api_.UnSubAllTickByTick(1, 1); }},
+      {"SubAllOrderBook", [&] { return api_.SubAllOrderBook(2, 1); }},
+      {"UnSubAllOrderBook", [&] { return api_.UnSubAllOrderBook(2, 1); }},
+      {"SubMarketData", [&] { return api_.SubMarketData(ids, 1, 1); }},
+      {"UnSubMarketData", [&] { return api_.UnSubMarketData(ids, 1, 1); }},
+      {"SubTickByTick", [&] { return api_.SubTickByTick(ids, 1, 1); }},
+      {"UnSubTickByTick", [&] { return api_.UnSubTickByTick(ids, 1, 1); }},
+      {"SubOrderBook", [&] { return api_.SubOrderBook(ids, 1, 1); }},
+      {"UnSubOrderBook", [&] { return api_.UnSubOrderBook(ids, 1, 1); }},
+  };
+  for (const auto& c : cases) {
+    LogCapture::clear();
+    EXPECT_EQ(c.call(), -116) << c.operation;
+    const std::string name = std::string("velmar::mdapi::MdApiImpl::") + c.operation + " ";
+    EXPECT_TRUE(LogCapture::contains(name + "session not connected "))
+        << c.operation << ": " << LogCapture::text();
+  }
+  LogCapture::clear();
+  api_.ReqUserLogin(&in, 1);
+  EXPECT_TRUE(LogCapture::contains("velmar::mdapi::MdApiImpl::ReqUserLogin [ReqUserLogin] "))
+      << LogCapture::text();
+}
+
 TEST_F(FrontSession, AnswersChangeTheMapsOnlyWithTheLastMark) {
   login();
   char* ticks[] = {id000001, id300446};
@@ -208,35 +235,35 @@ TEST_F(FrontSession, AnswersChangeTheMapsOnlyWithTheLastMark) {
   ASSERT_EQ(api_.SubTickByTick(ticks, 2, 20), 0);
   ASSERT_GE(spi_.waitFor("sub ticks 300446 last"), 0) << spi_.dump();
   EXPECT_GE(spi_.waitFor("sub ticks 000001"), 0);
-  EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.size(); }), 1u);
-  EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.count("300446"); }), 1u);
+  EXPECT_EQ(locked([&] { return subs().tickCount(); }), 1u);
+  EXPECT_EQ(locked([&] { return subs().hasTicks("300446") ? 1u : 0u; }), 1u);
 
   sim_.setIdsPerPiece(0);
   ASSERT_EQ(api_.SubOrderBook(ticks, 2, 21), 0);
   ASSERT_GE(spi_.waitFor("sub books 000001 300446 last"), 0);
-  EXPECT_EQ(locked([&] { return api_.szseOrderBookMap_.size(); }), 2u);
+  EXPECT_EQ(locked([&] { return TestAccess::books(api_).bookCount(); }), 2u);
   EXPECT_TRUE(log_.contains("szseOrderBookMap_ add subInstrumentID:300446"));
   ASSERT_EQ(api_.UnSubOrderBook(ticks, 1, 22), 0);
   ASSERT_GE(spi_.waitFor("unsub books 000001 last"), 0);
-  EXPECT_EQ(locked([&] { return api_.szseOrderBookMap_.count("000001"); }), 0u);
+  EXPECT_EQ(locked([&] { return TestAccess::books(api_).findBook("000001"); }), nullptr);
 
   ASSERT_EQ(api_.SubAllTickByTick(3, 23), 0);
   ASSERT_GE(spi_.waitFor("sub all ticks 3 last"), 0);
-  EXPECT_TRUE(api_.allTickExchange1_.load());
-  EXPECT_TRUE(api_.allTickExchange2_.load());
+  EXPECT_TRUE(core_.allTickExchange1_.load());
+  EXPECT_TRUE(core_.allTickExchange2_.load());
 
   // Market data: the last record of the batch completes the snapshots.
   char* md[] = {id300446, id600000};
-  EXPECT_FALSE(api_.snapshotsComplete_.load());
+  EXPECT_FALSE(core_.snapshotsComplete_.load());
   ASSERT_EQ(api_.SubMarketData(md, 2, 30), 0);
   ASSERT_GE(spi_.waitFor("sub md 300446 600000 last"), 0) << spi_.dump();
   ASSERT_TRUE(spi_.waitForCount("md ", 2)) << spi_.dump();
-  EXPECT_TRUE(eventually([&] { return api_.snapshotsComplete_.load(); }));
-  EXPECT_EQ(locked([&] { return api_.marketDataExchange2_.count("300446"); }), 1u);
-  EXPECT_EQ(locked([&] { return api_.marketDataExchange1_.count("600000"); }), 1u);
+  EXPECT_TRUE(eventually([&] { return core_.snapshotsComplete_.load(); }));
+  EXPECT_EQ(locked([&] { return subs().shenzhenRecord("300446") != nullptr; }), true);
+  EXPECT_EQ(locked([&] { return subs().shanghaiRecord("600000") != nullptr; }), true);
   ASSERT_EQ(api_.UnSubMarketData(md, 1, 31), 0);
   ASSERT_GE(spi_.waitFor("unsub md 300446 last"), 0);
-  EXPECT_EQ(locked([&] { return api_.marketDataExchange2_.count("300446"); }), 0u);
+  EXPECT_EQ(locked([&] { return subs().shenzhenRecord("300446") != nullptr; }), false);
   ASSERT_EQ(api_.SubAllMarketData(7, 3, 32), 0);
   ASSERT_GE(spi_.waitFor("sub all md 7 3 last"), 0) << spi_.dump();
 }
@@ -265,8 +292,8 @@ TEST_F(FrontSession, StreamEdgesAndALogoutThatDropsTheRestOfTheRead) {
   ASSERT_GE(spi_.waitFor("logout ok alice"), 0) << spi_.dump();
   velmar::platform::sleepMs(50);
   EXPECT_EQ(spi_.count("error -5"), 0u);
-  EXPECT_FALSE(api_.loggedIn_.load());
-  EXPECT_TRUE(api_.connected_.load());
+  EXPECT_FALSE(core_.loggedIn_.load());
+  EXPECT_TRUE(core_.connected_.load());
   EXPECT_TRUE(log_.contains("onLogout userID: alice"));
 }
 
@@ -305,9 +332,9 @@ TEST_F(FrontSession, SilenceEndsTheConnectionAndALostConnectionClearsTheSession)
   ASSERT_TRUE(spi_.waitForCount("heartbeat 1", 1, 4000)) << spi_.dump();
   sim_.setSilent(false);
   ASSERT_GE(spi_.waitFor("disconnected 0", before, 8000), 0) << spi_.dump();
-  EXPECT_FALSE(api_.loggedIn_.load());
-  EXPECT_FALSE(api_.allOrderBook_.load());
-  EXPECT_EQ(locked([&] { return api_.tickSubscriptions_.size(); }), 0u);
+  EXPECT_FALSE(core_.loggedIn_.load());
+  EXPECT_FALSE(core_.allOrderBook_.load());
+  EXPECT_EQ(locked([&] { return subs().tickCount(); }), 0u);
   ASSERT_GE(spi_.waitFor("connected", before, 8000), 0) << spi_.dump();
   // The connection's name reaches the log after OnFrontConnected returns.
   const std::string second = "MdClient:127.0.0.1:" + std::to_string(sim_.port()) + "#2";
@@ -316,7 +343,7 @@ TEST_F(FrontSession, SilenceEndsTheConnectionAndALostConnectionClearsTheSession)
 
 TEST_F(FrontSession, FailedConnectsReportEachAttempt) {
   sim_.stopListening();
-  api_.client_->connect();
+  front_.connect();
   ASSERT_TRUE(spi_.waitForCount("disconnected 4097", 2, 4000)) << spi_.dump();
   EXPECT_EQ(spi_.count("connected"), 0u);
 }

@@ -11,11 +11,13 @@
 
 #include "VLClientApi/OrderBookRules.h"
 #include "support/BookHarness.h"
+#include "support/TestAccess.h"
 
 namespace {
 
 using namespace booktest;
 using velmar::mdapi::BookBytesPool;
+using velmar::mdapi::TestAccess;
 using velmar::utility::MutexLockGuard;
 
 const std::string kId = "000001";
@@ -30,8 +32,8 @@ TEST(OrderBookMap, AddAndReplace) {
   char id16[16];
   std::memcpy(id16, "000001\0\0\0\0\0\0\0\0\0\x7f", 16);  // bytes behind the NUL are kept
   {
-    MutexLockGuard lock(h.impl.mutex_);
-    h.impl.addOrderBook(id16);
+    MutexLockGuard lock(h.core.mutex_);
+    h.books.addOrderBook(id16);
   }
   const CVelmarOrderBook* b = h.book();
   ASSERT_NE(nullptr, b);
@@ -111,11 +113,69 @@ TEST(OrderBookGate, Table) {
   }
 }
 
+// The books part with a builder of another kind: it makes every book, sees
+// every node that finds one, and only what it accepts is published.
+TEST(OrderBookBuilder, TheBuilderDecidesAndTheBooksPublish) {
+  struct ScriptedBuilder : velmar::mdapi::BookBuilder {
+    SessionCore* core = nullptr;
+    int made = 0;
+    std::vector<int32_t> seen;
+    bool accept = true;
+    bool lockHeld = true;
+    std::unique_ptr<CVelmarOrderBook> makeBook(const char* id16) override {
+      ++made;
+      lockHeld = lockHeld && core->mutex_.isLockedByThisThread();
+      std::unique_ptr<CVelmarOrderBook> b(new CVelmarOrderBook());
+      std::memcpy(b->SecurityID, id16, sizeof b->SecurityID);
+      return b;
+    }
+    bool apply(CVelmarOrderBook&, const char*, int32_t kind) override {
+      seen.push_back(kind);
+      lockHeld = lockHeld && core->mutex_.isLockedByThisThread();
+      return accept;
+    }
+  };
+  SessionCore core;
+  BookSpi spi;
+  core.spi_ = &spi;
+  auto* builder = new ScriptedBuilder();
+  builder->core = &core;
+  OrderBooks books(core, std::unique_ptr<velmar::mdapi::BookBuilder>(builder));
+  auto feed = [&books](const Bytes& body, int32_t kind) {
+    orderBookNode node;
+    node.data = body.data();
+    node.kind = kind;
+    return books.handleBookNode(node);
+  };
+  {
+    MutexLockGuard lock(core.mutex_);
+    books.addOrderBook(Id16(kId).bytes);
+  }
+  EXPECT_EQ(1, builder->made);
+  const Bytes order = orderBody(kId, 1, '1', 100500, 100, 110);
+  // A snapshot without a price is the ten-level builder's refusal, not the books'.
+  Snapshot unpriced = seeded(100);
+  unpriced.lastPx = 0;
+  EXPECT_TRUE(feed(snapshotBody(unpriced), orderBookNode::kSnapshot));
+  EXPECT_TRUE(feed(order, orderBookNode::kOrder));
+  EXPECT_FALSE(feed(orderBody("000002", 1, '1', 100500, 100, 110), orderBookNode::kOrder))
+      << "no book: the builder is not asked";
+  EXPECT_FALSE(feed(order, 7)) << "unknown kind: the builder is not asked";
+  builder->accept = false;
+  EXPECT_FALSE(feed(tradeBody(kId, 'F', 0, 0, 100000, 100, 120), orderBookNode::kTrade));
+  EXPECT_EQ((std::vector<int32_t>{orderBookNode::kSnapshot, orderBookNode::kOrder,
+                                  orderBookNode::kTrade}),
+            builder->seen);
+  EXPECT_EQ(2, spi.published);
+  EXPECT_EQ(books.findBook(kId), spi.last);
+  EXPECT_TRUE(builder->lockHeld);
+}
+
 TEST(OrderBookHandOver, QueuesOnlyInstrumentsWithABook) {
   BookHarness h;
   auto handOver = [&h](const Bytes& body, orderBookNode::Kind kind) {
-    h.impl.handOverToBooks(body.data(), kind);
-    return h.impl.orderBookQueue_.size_approx();
+    h.books.handOverToBooks(body.data(), kind);
+    return TestAccess::queuedNodes(h.books);
   };
   const Bytes order = orderBody(kId, 1, '1', 100500, 100, 110);
   EXPECT_EQ(0u, handOver(order, orderBookNode::kOrder));
@@ -131,22 +191,22 @@ TEST(OrderBookHandOver, QueuesOnlyInstrumentsWithABook) {
   EXPECT_EQ(4u, handOver(order, orderBookNode::kOrder));
   h.add(kId);
   {
-    MutexLockGuard lock(h.impl.mutex_);
-    h.impl.clearOrderBooks();
+    MutexLockGuard lock(h.core.mutex_);
+    h.books.clearOrderBooks();
   }
   EXPECT_EQ(4u, handOver(order, orderBookNode::kOrder));
   // The all-books flag queues every message without looking at the key.
-  h.impl.allOrderBook_ = true;
+  h.core.allOrderBook_ = true;
   EXPECT_EQ(5u, handOver(orderBody("000009", 1, '1', 1, 100, 1), orderBookNode::kOrder));
   EXPECT_EQ(6u, handOver(snapshotBody(seeded(100, "000009")), orderBookNode::kSnapshot));
 
   // None of them finds a book now: the gate drops each, and the bytes go back.
   int polled = 0;
-  while (h.impl.pollBookQueue()) ++polled;
+  while (h.books.pollBookQueue()) ++polled;
   EXPECT_EQ(6, polled);
   EXPECT_EQ(0, h.spi.published);
-  EXPECT_TRUE(h.impl.szseOrderBookMap_.empty()) << "the flag makes no book";
-  EXPECT_EQ(BookBytesPool::kSlots, h.impl.bookBytes_.freeSlots());
+  EXPECT_EQ(0u, h.books.bookCount()) << "the flag makes no book";
+  EXPECT_EQ(BookBytesPool::kSlots, TestAccess::bookBytes(h.books).freeSlots());
 }
 
 // The receiver never waits: with every slot in flight it takes heap bytes,
@@ -158,53 +218,53 @@ TEST(OrderBookHandOver, PoolRunsDryThenFallsBackToTheHeap) {
   const uint32_t extra = 10;
   for (uint32_t i = 0; i < BookBytesPool::kSlots + extra; ++i) {
     const Bytes order = orderBody(kId, 1000 + i, '1', 100500, 100, 101 + i);
-    h.impl.handOverToBooks(order.data(), orderBookNode::kOrder);
+    h.books.handOverToBooks(order.data(), orderBookNode::kOrder);
   }
-  EXPECT_EQ(0u, h.impl.bookBytes_.freeSlots());
+  EXPECT_EQ(0u, TestAccess::bookBytes(h.books).freeSlots());
   // The nodes in queue order: the first kSlots in the pool, the rest on the heap.
   std::vector<orderBookNode> nodes(BookBytesPool::kSlots + extra);
-  for (auto& n : nodes) ASSERT_TRUE(h.impl.orderBookQueue_.try_dequeue(n));
+  for (auto& n : nodes) ASSERT_TRUE(TestAccess::takeNode(h.books, &n));
   for (uint32_t i = 0; i < nodes.size(); ++i)
-    ASSERT_EQ(i < BookBytesPool::kSlots, h.impl.bookBytes_.owns(nodes[i].data)) << i;
+    ASSERT_EQ(i < BookBytesPool::kSlots, TestAccess::bookBytes(h.books).owns(nodes[i].data)) << i;
   for (auto& n : nodes) {
-    EXPECT_TRUE(h.impl.handleBookNode(n));
-    h.impl.bookBytes_.release(n.data);
+    EXPECT_TRUE(h.books.handleBookNode(n));
+    TestAccess::releaseNode(h.books, n);
   }
-  EXPECT_EQ(BookBytesPool::kSlots, h.impl.bookBytes_.freeSlots());
+  EXPECT_EQ(BookBytesPool::kSlots, TestAccess::bookBytes(h.books).freeSlots());
   EXPECT_EQ(static_cast<int64_t>(BookBytesPool::kSlots + extra), h.book()->BidQty[0])
       << "the first order opened level 0 at 10.05, every later one joined it";
   // The slots serve the next round; nodes still queued at the end go with
   // the session (the leak checker watches).
   for (uint32_t i = 0; i < BookBytesPool::kSlots + 3; ++i)
-    h.impl.handOverToBooks(orderBody(kId, 1, '1', 1, 100, 1).data(), orderBookNode::kOrder);
-  EXPECT_EQ(0u, h.impl.bookBytes_.freeSlots());
+    h.books.handOverToBooks(orderBody(kId, 1, '1', 1, 100, 1).data(), orderBookNode::kOrder);
+  EXPECT_EQ(0u, TestAccess::bookBytes(h.books).freeSlots());
 }
 
 // Everything at once: a receiver queues, the front changes the map and the
 // book thread publishes. Run under ThreadSanitizer as well.
 TEST(OrderBookConcurrency, ReceiverFrontAndBookThreadTogether) {
   struct CheckingSpi : BookSpi {
-    MdApiImpl* impl = nullptr;
+    BookHarness* h = nullptr;
     std::atomic<int> count{0};
     std::atomic<int> faults{0};
     void OnRtnOrderBook(CVelmarOrderBook* book) override {
       // Runs with mutex_ held, on the live entry of its instrument.
-      if (!impl->mutex_.isLockedByThisThread()) ++faults;
-      auto it = impl->szseOrderBookMap_.find(book->SecurityID);
-      if (it == impl->szseOrderBookMap_.end() || it->second.get() != book) ++faults;
+      if (!h->core.mutex_.isLockedByThisThread()) ++faults;
+      if (h->books.findBook(book->SecurityID) != book) ++faults;
       if (book->ExchangeID != 2) ++faults;
       ++count;
     }
   } spi;
-  MdApiImpl impl;
-  spi.impl = &impl;
-  impl.RegisterSpi(&spi);
+  BookHarness h;
+  spi.h = &h;
+  h.core.spi_ = &spi;
+  OrderBooks& books = h.books;
   const char* ids[] = {"000001", "000002", "300446", "12345678"};
 
   std::atomic<bool> stop{false};
   std::thread bookThread([&] {
-    while (!stop.load(std::memory_order_relaxed)) impl.pollBookQueue();
-    while (impl.pollBookQueue()) {
+    while (!stop.load(std::memory_order_relaxed)) books.pollBookQueue();
+    while (books.pollBookQueue()) {
     }
   });
 
@@ -213,16 +273,16 @@ TEST(OrderBookConcurrency, ReceiverFrontAndBookThreadTogether) {
     std::mt19937 rng(7);
     while (!receiverDone.load(std::memory_order_relaxed)) {
       {
-        MutexLockGuard lock(impl.mutex_);
+        MutexLockGuard lock(h.core.mutex_);
         const int op = static_cast<int>(rng() % 16);
         const Id16 id(ids[rng() % 4]);
         if (op < 9) {
-          impl.addOrderBook(id.bytes);  // adds or replaces
+          books.addOrderBook(id.bytes);  // adds or replaces
         } else if (op < 14) {
-          impl.removeOrderBook(id.bytes);
+          books.removeOrderBook(id.bytes);
         } else {
-          impl.clearOrderBooks();
-          impl.allOrderBook_ = !impl.allOrderBook_;
+          books.clearOrderBooks();
+          h.core.allOrderBook_ = !h.core.allOrderBook_;
         }
       }
       std::this_thread::yield();
@@ -247,7 +307,7 @@ TEST(OrderBookConcurrency, ReceiverFrontAndBookThreadTogether) {
                          : what < 7 ? orderBody(id, stamp, side, px, qty, stamp)
                                     : tradeBody(id, exec, victim, 0, px, qty, stamp);
       std::memcpy(&buffer[4], body.data(), body.size());
-      impl.handOverToBooks(&buffer[4], kind);
+      books.handOverToBooks(&buffer[4], kind);
       std::memset(&buffer[4], 0, body.size());
       if (i % 1000 == 0) std::this_thread::yield();
     }
@@ -260,11 +320,10 @@ TEST(OrderBookConcurrency, ReceiverFrontAndBookThreadTogether) {
   bookThread.join();
   EXPECT_EQ(0, spi.faults.load());
   EXPECT_GT(spi.count.load(), 0);
-  EXPECT_EQ(0u, impl.orderBookQueue_.size_approx());
-  EXPECT_EQ(BookBytesPool::kSlots, impl.bookBytes_.freeSlots()) << "every slot came back";
-  MutexLockGuard lock(impl.mutex_);
-  EXPECT_EQ(impl.szseOrderBookMap_.size(), impl.bookKeys_.size());
-  for (const auto& e : impl.szseOrderBookMap_) EXPECT_EQ(1u, impl.bookKeys_.count(e.first));
+  EXPECT_EQ(0u, TestAccess::queuedNodes(books));
+  EXPECT_EQ(BookBytesPool::kSlots, TestAccess::bookBytes(books).freeSlots()) << "every slot came back";
+  MutexLockGuard lock(h.core.mutex_);
+  EXPECT_TRUE(TestAccess::bookKeysMirrorMap(books));
 }
 
 }  // namespace

@@ -13,10 +13,12 @@
 #include "VLClientApi/MdApiImpl.h"
 #include "support/LogCapture.h"
 #include "support/SnapshotDatagrams.h"
+#include "support/TestAccess.h"
 
 namespace {
 
 using velmar::mdapi::MdApiImpl;
+using velmar::mdapi::TestAccess;
 using velmar::test_support::FeedDatagram;
 using velmar::testing::LogCapture;
 using velmar::utility::Logger;
@@ -28,14 +30,14 @@ constexpr uint32_t kSzseIndex = 309011;
 constexpr uint32_t kSzseVolumeStat = 309111;
 
 struct RecordingSpi : velmar::mdapi::VelmarMdSpi {
-  MdApiImpl* impl = nullptr;
+  velmar::mdapi::SessionCore* core = nullptr;
   int calls = 0;
   CVelmarMarketData* last = nullptr;
   bool lockHeld = false;
   void OnRtnMarketData(CVelmarMarketData* data) override {
     ++calls;
     last = data;
-    lockHeld = impl->mutex_.isLockedByThisThread();
+    lockHeld = core->mutex_.isLockedByThisThread();
   }
 };
 
@@ -54,11 +56,11 @@ struct RecordingSpi : velmar::mdapi::VelmarMdSpi {
 class SnapshotHandlersTest : public ::testing::Test {
  protected:
   SnapshotHandlersTest() {
-    spi_.impl = &api_;
+    spi_.core = &core_;
     api_.RegisterSpi(&spi_);
-    api_.connected_ = true;
-    api_.loggedIn_ = true;
-    api_.snapshotsComplete_ = true;
+    core_.connected_ = true;
+    core_.loggedIn_ = true;
+    core_.snapshotsComplete_ = true;
   }
 
   /// A stored record filled with a byte pattern that shows every untouched
@@ -71,19 +73,19 @@ class SnapshotHandlersTest : public ::testing::Test {
     record->TotalVolume = 1;
     record->UpdateTime = 1;
     CVelmarMarketData* raw = record.get();
-    (exchange == 1 ? api_.marketDataExchange1_ : api_.marketDataExchange2_)[id] = std::move(record);
+    TestAccess::putRecord(TestAccess::subscriptions(api_), exchange, id, std::move(record));
     return raw;
   }
   void clearRecords() {
-    api_.marketDataExchange1_.clear();
-    api_.marketDataExchange2_.clear();
+    TestAccess::subscriptions(api_).clearMarketData();
     spi_.calls = 0;
     LogCapture::clear();
   }
-  void feed(const FeedDatagram& datagram) { api_.onFeedDatagram(datagram.data()); }
+  void feed(const FeedDatagram& datagram) { TestAccess::feed(api_).onFeedDatagram(datagram.data()); }
 
   LogCapture log_{Logger::INFO};
   MdApiImpl api_;
+  velmar::mdapi::SessionCore& core_ = TestAccess::core(api_);
   RecordingSpi spi_;
 };
 
@@ -383,9 +385,9 @@ TEST_F(SnapshotHandlersTest, NothingBeforeTheFrontIsDoneOrWithoutARecord) {
     // The record exists, but the front has not delivered all of them yet.
     CVelmarMarketData* stored = addRecord(k.exchange, "600001");
     const CVelmarMarketData before = *stored;
-    api_.snapshotsComplete_ = false;
+    core_.snapshotsComplete_ = false;
     feed(minimal(k, "600001", 100000, 99));
-    api_.snapshotsComplete_ = true;
+    core_.snapshotsComplete_ = true;
     EXPECT_EQ(spi_.calls, 0);
     EXPECT_TRUE(sameRecord(otherBefore, *other));
     EXPECT_TRUE(sameRecord(longerBefore, *longer));

@@ -11,8 +11,10 @@
 #include "support/Datagram.h"
 #include "support/LogCapture.h"
 #include "support/RecordingSpi.h"
+#include "support/TestAccess.h"
 
 using velmar::mdapi::MdApiImpl;
+using velmar::mdapi::TestAccess;
 using velmar::testing::LogCapture;
 using velmar::testing::RecordingSpi;
 using velmar::testing::sseTrade;
@@ -26,17 +28,22 @@ class TickPath : public ::testing::Test {
  protected:
   TickPath() {
     api_.RegisterSpi(&spi_);
-    api_.connected_ = true;
-    api_.loggedIn_ = true;
+    core_.connected_ = true;
+    core_.loggedIn_ = true;
   }
-  void feed(const booktest::Bytes& d) { api_.onFeedDatagram(d.data()); }
-  void subscribe(const char* id) { api_.tickSubscriptions_[id] = 1; }
+  void feed(const booktest::Bytes& d) { feed_.onFeedDatagram(d.data()); }
+  void subscribe(const char* id) { TestAccess::subscriptions(api_).addTicks(id); }
+  const std::unordered_map<uint32_t, int64_t>& channelSeq() {
+    return TestAccess::channelSeq(feed_);
+  }
   size_t count() const { return spi_.ticks.size(); }
   const CVelmarTickByTick& last() const { return spi_.ticks.back(); }
 
   LogCapture log_{Logger::INFO};
   RecordingSpi spi_;
   MdApiImpl api_;
+  velmar::mdapi::SessionCore& core_ = TestAccess::core(api_);
+  velmar::mdapi::Feed& feed_ = TestAccess::feed(api_);
 };
 
 /// The fields every tick fills alike; the id's bytes behind its NUL are zero.
@@ -57,7 +64,7 @@ void expectHead(const CVelmarTickByTick& r, uint32_t exchange, const char* id, i
 }  // namespace
 
 TEST_F(TickPath, ShenzhenOrderFillsEveryField) {
-  api_.allTickExchange2_ = true;
+  core_.allTickExchange2_ = true;
   // A trade first fills the record's trade overlay, which the order must clear.
   feed(szseTrade(1, 1, "000009", 1, 100, 'F', 1, 5, 6));
   // Price and quantity pick values that show a wrong divisor or width: the
@@ -79,7 +86,7 @@ TEST_F(TickPath, ShenzhenOrderFillsEveryField) {
 }
 
 TEST_F(TickPath, ShenzhenTradeFillsEveryField) {
-  api_.allTickExchange2_ = true;
+  core_.allTickExchange2_ = true;
   feed(szseTrade(7, 55, "300446", 250001, 199, 'F', 20171229093000000LL, 0x1122334455LL,
                  0x66778899AALL));
   ASSERT_EQ(count(), 1u);
@@ -94,7 +101,7 @@ TEST_F(TickPath, ShenzhenTradeFillsEveryField) {
 }
 
 TEST_F(TickPath, ShanghaiTradeFillsEveryFieldWithASignedIndex) {
-  api_.allTickExchange1_ = true;
+  core_.allTickExchange1_ = true;
   feed(sseTrade(0x01020304, 77, "600000", 10150, 2500999, 123456789012345ULL, 93000123,
                 0xFFFFFFFF01ULL, 42, 'S'));
   ASSERT_EQ(count(), 1u);
@@ -112,11 +119,11 @@ TEST_F(TickPath, ShanghaiTradeFillsEveryFieldWithASignedIndex) {
   feed(sseTrade(9, -5, "600000", 1, 1000, 0, 1));
   ASSERT_EQ(count(), 2u);
   EXPECT_EQ(last().SeqNo, -5);
-  EXPECT_EQ(api_.channelSeq_[9], -5);
+  EXPECT_EQ(channelSeq().at(9), -5);
 }
 
 TEST_F(TickPath, SequenceCheckPerChannel) {
-  api_.allTickExchange2_ = true;
+  core_.allTickExchange2_ = true;
   struct Step {
     char kind;  // 'o' order, 't' trade
     uint16_t channel;
@@ -143,13 +150,13 @@ TEST_F(TickPath, SequenceCheckPerChannel) {
     if (s.accepted) ++expected;
     ASSERT_EQ(count(), expected) << s.kind << " " << s.channel << "/" << s.seq;
   }
-  EXPECT_EQ(api_.channelSeq_[1], 106);
-  EXPECT_EQ(api_.channelSeq_[2], 3);
+  EXPECT_EQ(channelSeq().at(1), 106);
+  EXPECT_EQ(channelSeq().at(2), 3);
 }
 
 TEST_F(TickPath, RefusalsAreLoggedForShenzhenOnlyAtInfo) {
-  api_.allTickExchange1_ = true;
-  api_.allTickExchange2_ = true;
+  core_.allTickExchange1_ = true;
+  core_.allTickExchange2_ = true;
   feed(szseOrder(3, 10, "000001", 1, 100, '1', 1));
   feed(szseOrder(3, 9, "000001", 1, 100, '1', 1));
   feed(szseTrade(3, 10, "000002", 1, 100, 'F', 1));
@@ -173,47 +180,47 @@ TEST_F(TickPath, SubscriptionFilterByExchangeFlagOrInstrument) {
   feed(szseOrder(1, 10, "000002", 1, 100, '1', 1));  // not subscribed
   EXPECT_EQ(count(), 0u);
   // An unsubscribed instrument neither tests nor advances the channel's number.
-  EXPECT_EQ(api_.channelSeq_.count(1), 0u);
+  EXPECT_EQ(channelSeq().count(1), 0u);
   feed(szseOrder(1, 5, "000001", 1, 100, '1', 1));
   feed(sseTrade(1, 6, "600000", 1, 1000, 0, 1));  // Shanghai channel 1 is the same line
   feed(szseTrade(1, 6, "000001", 1, 100, 'F', 1));
   EXPECT_EQ(count(), 2u);
 
   // The flag of one exchange opens that exchange only.
-  api_.allTickExchange2_ = true;
+  core_.allTickExchange2_ = true;
   feed(szseOrder(2, 1, "000002", 1, 100, '1', 1));
   feed(sseTrade(3, 1, "600001", 1, 1000, 0, 1));
   EXPECT_EQ(count(), 3u);
-  api_.allTickExchange1_ = true;
+  core_.allTickExchange1_ = true;
   feed(sseTrade(3, 1, "600001", 1, 1000, 0, 1));
   EXPECT_EQ(count(), 4u);
 
   // The key is the text up to the NUL, spaces kept.
-  api_.allTickExchange2_ = false;
+  core_.allTickExchange2_ = false;
   feed(szseOrder(5, 1, "000001 ", 1, 100, '1', 1));
   EXPECT_EQ(count(), 4u);
 }
 
 TEST_F(TickPath, GateAndUnknownTypes) {
-  api_.allTickExchange1_ = true;
-  api_.allTickExchange2_ = true;
-  api_.loggedIn_ = false;
+  core_.allTickExchange1_ = true;
+  core_.allTickExchange2_ = true;
+  core_.loggedIn_ = false;
   feed(szseOrder(1, 1, "000001", 1, 100, '1', 1));
-  api_.loggedIn_ = true;
-  api_.connected_ = false;
+  core_.loggedIn_ = true;
+  core_.connected_ = false;
   feed(szseTrade(1, 1, "000001", 1, 100, 'F', 1));
-  api_.onFeedDatagram(nullptr);  // gate first: no log line either
+  feed_.onFeedDatagram(nullptr);  // gate first: no log line either
   EXPECT_EQ(count(), 0u);
-  EXPECT_TRUE(api_.channelSeq_.empty());
+  EXPECT_TRUE(channelSeq().empty());
   EXPECT_EQ(LogCapture::text(), "");
 
-  api_.connected_ = true;
+  core_.connected_ = true;
   for (uint32_t type : {0u, 1u, 3200u, 3203u, 300190u, 300193u, 0xFFFFFFFFu})
     feed(booktest::datagram(type, booktest::Bytes(4996, '\xAB')));
   EXPECT_EQ(count(), 0u);
   EXPECT_EQ(LogCapture::text(), "");
 
-  api_.onFeedDatagram(nullptr);
+  feed_.onFeedDatagram(nullptr);
   EXPECT_TRUE(LogCapture::contains("ERR    "));
   EXPECT_TRUE(LogCapture::contains("Recv empty msg - "));
 }
@@ -222,11 +229,12 @@ TEST_F(TickPath, GarbageOfEveryTypeNeverCrashes) {
   // Random bytes behind each type, for an instrument with a record that every
   // message finds fresh: no count or field taken from the message may lead a
   // read outside the receive buffer (the sanitizers watch).
-  api_.allTickExchange1_ = true;
-  api_.allTickExchange2_ = true;
-  api_.snapshotsComplete_ = true;
-  for (auto* records : {&api_.marketDataExchange1_, &api_.marketDataExchange2_})
-    (*records)["000001"].reset(new CVelmarMarketData());
+  core_.allTickExchange1_ = true;
+  core_.allTickExchange2_ = true;
+  core_.snapshotsComplete_ = true;
+  for (int exchange : {1, 2})
+    TestAccess::putRecord(TestAccess::subscriptions(api_), exchange, "000001",
+                          std::unique_ptr<CVelmarMarketData>(new CVelmarMarketData()));
   Logger::setLogLevel(Logger::WARN);
   std::mt19937 rng(12345);
   const uint32_t types[] = {3113, 3201, 3202, 300111, 300191, 300192, 309011, 309111};
@@ -235,8 +243,8 @@ TEST_F(TickPath, GarbageOfEveryTypeNeverCrashes) {
     booktest::Bytes d = booktest::datagram(type, {});
     for (size_t i = 4; i < d.size(); ++i) d[i] = static_cast<char>(rng());
     booktest::putId(d, type < 300000 ? 8 : 17, "000001");
-    api_.marketDataExchange1_["000001"]->TotalVolume = -1;
-    api_.marketDataExchange2_["000001"]->TotalVolume = -1;
+    TestAccess::subscriptions(api_).shanghaiRecord("000001")->TotalVolume = -1;
+    TestAccess::subscriptions(api_).shenzhenRecord("000001")->TotalVolume = -1;
     feed(d);
   }
   EXPECT_GE(spi_.marketData.size(), 200u);

@@ -1,14 +1,18 @@
-// The entry of every feed datagram and the three tick-by-tick handlers.
-//
-// Each tick handler holds mutex_ from its first step to its last, callback
-// included: the subscription filter, the per-channel sequence check, the fill
-// of the scratch record and OnRtnTickByTick.
+// The receiver thread's work: joining the group, the datagram loop, the
+// dispatch by message type and the three tick-by-tick handlers.
+#include "VLClientApi/Feed.h"
+
+#include <cstdlib>
 #include <cstring>
 
 #include "VLClientApi/FeedMessages.h"
-#include "VLClientApi/MdApiImpl.h"
+#include "VLClientApi/OrderBooks.h"
+#include "VLClientApi/SecurityIdKey.h"
+#include "VLClientApi/Subscriptions.h"
 #include "utility/ByteOrder.h"
+#include "utility/CurrentThread.h"
 #include "utility/Logging.h"
+#include "utility/Platform.h"
 
 namespace velmar {
 namespace mdapi {
@@ -16,6 +20,10 @@ namespace mdapi {
 using utility::loadLE;
 
 namespace {
+constexpr int kSocketReceiveBuffer = 15728640;  // 15 MiB
+// A socket that fails for good would log without pause; after this many
+// errors in a row the loop rests a millisecond between attempts.
+constexpr int kErrorsBeforePause = 100;
 
 /// A number on a channel is accepted if it is the channel's first, or if it
 /// lies above the last accepted one. Any jump forward is fine; repeats and
@@ -48,61 +56,129 @@ inline int64_t scaledWhole(uint64_t raw, double divisor) {
 
 }  // namespace
 
-void MdApiImpl::onFeedDatagram(const char* datagram) {
-  if (!connected_.load(std::memory_order_acquire) || !loggedIn_.load(std::memory_order_acquire))
+Feed::Feed(SessionCore& core, Subscriptions& subscriptions, OrderBooks& books)
+    : core_(core),
+      subscriptions_(subscriptions),
+      books_(books),
+      snapshots_(core, subscriptions),
+      feedTickRecord_(new CVelmarTickByTick()) {}
+
+void Feed::setGroup(const std::string& host, const std::string& port,
+                    const std::vector<std::string>& interfaces) {
+  mcastHost_ = host;
+  mcastPort_ = port;
+  mcastInterfaces_ = interfaces;
+}
+
+void Feed::runUdpExanic() {
+  CurrentThread::t_threadName = "udpExanicThread";
+  LOG_INFO << "runUdpExanic";
+
+  struct ip_mreq membership;
+  std::memset(&membership, 0, sizeof membership);
+  membership.imr_multiaddr.s_addr = ::inet_addr(mcastHost_.c_str());
+  membership.imr_interface.s_addr =
+      mcastInterfaces_.empty() ? htonl(0) : ::inet_addr(mcastInterfaces_.front().c_str());
+
+  platform::startupSockets();
+  udpSocket_ = platform::createSocket(AF_INET, SOCK_DGRAM, 0);
+  if (udpSocket_ < 0) {
+    LOG_ERROR << "runUdpExanic::socket() errno " << platform::lastSocketError();
+    return;
+  }
+  // An int, not a single byte: some systems refuse a one-byte value here.
+  int reuse = 1;
+  if (platform::setSocketOption(udpSocket_, SOL_SOCKET, SO_REUSEADDR, &reuse, sizeof reuse) < 0) {
+    LOG_ERROR << "runUdpExanic::setsockopt errno " << platform::lastSocketError();
+    return;
+  }
+  struct sockaddr_in local;
+  std::memset(&local, 0, sizeof local);
+  local.sin_family = AF_INET;
+  local.sin_addr.s_addr = htonl(INADDR_ANY);
+  local.sin_port = htons(static_cast<uint16_t>(std::atoi(mcastPort_.c_str())));
+  if (platform::bindSocket(udpSocket_, local) < 0) {
+    LOG_ERROR << "runUdpExanic::bind errno " << platform::lastSocketError();
+    return;
+  }
+  if (platform::setSocketOption(udpSocket_, IPPROTO_IP, IP_ADD_MEMBERSHIP, &membership,
+                                sizeof membership) < 0) {
+    LOG_ERROR << "runUdpExanic::IP_ADD_MEMBERSHIP errno " << platform::lastSocketError();
+    return;
+  }
+  int receiveBuffer = kSocketReceiveBuffer;
+  if (platform::setSocketOption(udpSocket_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer,
+                                sizeof receiveBuffer) < 0) {
+    LOG_ERROR << "runUdpExanic::SO_RCVBUF errno " << platform::lastSocketError();
+    return;
+  }
+
+  // One buffer, reused: a datagram overwrites only its own length. The book
+  // queue's nodes carry copies of what they need, so nothing refers to this
+  // buffer once the handlers have returned.
+  std::unique_ptr<char[]> buffer(new char[feed::kReceiveSize]());
+  int errorsInARow = 0;
+  for (;;) {
+    int n = platform::receiveDatagram(udpSocket_, buffer.get(), feed::kReceiveSize);
+    if (n < 0) {
+      LOG_ERROR << "runUdpExanic::recvfrom errno " << platform::lastSocketError();
+      if (++errorsInARow >= kErrorsBeforePause) platform::sleepMs(1);
+      continue;
+    }
+    errorsInARow = 0;
+    if (n == 0) continue;
+    onFeedDatagram(buffer.get());
+  }
+}
+
+void Feed::onFeedDatagram(const char* datagram) {
+  if (!core_.connected_.load(std::memory_order_acquire) ||
+      !core_.loggedIn_.load(std::memory_order_acquire))
     return;
   if (datagram == nullptr) {
     LOG_ERROR << "Recv empty msg";
     return;
   }
   const uint32_t type = loadLE<uint32_t>(datagram);
-  if (!feedTickRecord_) feedTickRecord_.reset(new CVelmarTickByTick());
   const char* body = datagram + feed::kBodyOffset;
   switch (type) {
     case feed::kSseIndex:
-      onSseIndex(datagram);
+      snapshots_.onSseIndex(datagram);
       break;
     case feed::kSseTrade:
       onSseTrade(feedTickRecord_.get(), datagram);
       break;
     case feed::kSseSnapshot:
-      onSseSnapshot(datagram);
+      snapshots_.onSseSnapshot(datagram);
       break;
     case feed::kSzseSnapshot:
-      handOverToBooks(body, orderBookNode::kSnapshot);
-      onSzseSnapshot(body);
+      books_.handOverToBooks(body, orderBookNode::kSnapshot);
+      snapshots_.onSzseSnapshot(body);
       break;
     case feed::kSzseTrade:
-      handOverToBooks(body, orderBookNode::kTrade);
+      books_.handOverToBooks(body, orderBookNode::kTrade);
       onSzseTrade(feedTickRecord_.get(), body);
       break;
     case feed::kSzseOrder:
-      handOverToBooks(body, orderBookNode::kOrder);
+      books_.handOverToBooks(body, orderBookNode::kOrder);
       onSzseOrder(feedTickRecord_.get(), body);
       break;
     case feed::kSzseIndex:
-      onSzseIndex(body);
+      snapshots_.onSzseIndex(body);
       break;
     case feed::kSzseVolumeStat:
-      onSzseVolumeStat(body);
+      snapshots_.onSzseVolumeStat(body);
       break;
     default:
       break;  // not ours: ignored without a word
   }
 }
 
-// The subscription filter: the exchange's all-ticks flag, or the instrument
-// in tickSubscriptions_. With the flag set the key text is not even built.
-bool MdApiImpl::tickSubscribed(const std::atomic<bool>& allTicks, const char* securityId) const {
-  return allTicks.load(std::memory_order_relaxed) ||
-         tickSubscriptions_.find(securityIdKey(securityId)) != tickSubscriptions_.end();
-}
-
-void MdApiImpl::onSzseOrder(CVelmarTickByTick* record, const char* body) {
+void Feed::onSzseOrder(CVelmarTickByTick* record, const char* body) {
   namespace m = feed::szse_order;
-  utility::MutexLockGuard lock(mutex_);
+  utility::MutexLockGuard lock(core_.mutex_);
   const char* securityId = body + m::SecurityID;
-  if (!tickSubscribed(allTickExchange2_, securityId)) return;
+  if (!subscriptions_.tickSubscribed(core_.allTickExchange2_, securityId)) return;
 
   const uint32_t channel = loadLE<uint16_t>(body + m::ChannelNo);
   const int64_t seq = loadLE<int64_t>(body + m::ApplSeqNum);
@@ -119,14 +195,14 @@ void MdApiImpl::onSzseOrder(CVelmarTickByTick* record, const char* body) {
   record->Side = body[m::Side];
   record->OrdType = body[m::OrdType];
   prev = seq;  // orders store their number before the callback
-  spi_->OnRtnTickByTick(record);
+  core_.spi_->OnRtnTickByTick(record);
 }
 
-void MdApiImpl::onSzseTrade(CVelmarTickByTick* record, const char* body) {
+void Feed::onSzseTrade(CVelmarTickByTick* record, const char* body) {
   namespace m = feed::szse_trade;
-  utility::MutexLockGuard lock(mutex_);
+  utility::MutexLockGuard lock(core_.mutex_);
   const char* securityId = body + m::SecurityID;
-  if (!tickSubscribed(allTickExchange2_, securityId)) return;
+  if (!subscriptions_.tickSubscribed(core_.allTickExchange2_, securityId)) return;
 
   const uint32_t channel = loadLE<uint16_t>(body + m::ChannelNo);
   const int64_t seq = loadLE<int64_t>(body + m::ApplSeqNum);
@@ -146,15 +222,15 @@ void MdApiImpl::onSzseTrade(CVelmarTickByTick* record, const char* body) {
   record->BidApplSeqNum = loadLE<int64_t>(body + m::BidApplSeqNum);
   record->OfferApplSeqNum = loadLE<int64_t>(body + m::OfferApplSeqNum);
   record->TradeFlag = body[m::ExecType];
-  spi_->OnRtnTickByTick(record);
+  core_.spi_->OnRtnTickByTick(record);
   prev = seq;  // trades store their number after the callback
 }
 
-void MdApiImpl::onSseTrade(CVelmarTickByTick* record, const char* datagram) {
+void Feed::onSseTrade(CVelmarTickByTick* record, const char* datagram) {
   namespace m = feed::sse_trade;
-  utility::MutexLockGuard lock(mutex_);
+  utility::MutexLockGuard lock(core_.mutex_);
   const char* securityId = datagram + m::SecurityID;
-  if (!tickSubscribed(allTickExchange1_, securityId)) return;
+  if (!subscriptions_.tickSubscribed(core_.allTickExchange1_, securityId)) return;
 
   const uint32_t channel = loadLE<uint32_t>(datagram + m::TradeChannel);
   const int64_t seq = loadLE<int32_t>(datagram + m::TradeIndex);  // signed, sign-extended
@@ -168,7 +244,7 @@ void MdApiImpl::onSseTrade(CVelmarTickByTick* record, const char* datagram) {
   record->BidApplSeqNum = static_cast<int64_t>(loadLE<uint64_t>(datagram + m::TradeBuyNo));
   record->OfferApplSeqNum = static_cast<int64_t>(loadLE<uint64_t>(datagram + m::TradeSellNo));
   record->TradeFlag = datagram[m::TradeBSFlag];
-  spi_->OnRtnTickByTick(record);
+  core_.spi_->OnRtnTickByTick(record);
   prev = seq;
 }
 

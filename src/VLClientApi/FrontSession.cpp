@@ -1,21 +1,26 @@
-// Everything that runs on the front loop thread: the connection going up and
-// down, the keep-alive sender and the receive time-out, and onMessage, which
-// cuts the byte stream into packages and dispatches each field by its id.
-//
-// Flags and maps change here under mutex_, and the callbacks marked so in the
-// callback table run under it. The answers to the "all instruments" requests
-// and the time-out warning run without it.
+// The front loop's work: the connection going up and down, the keep-alive
+// sender and the receive time-out, and onMessage, which cuts the byte stream
+// into packages and dispatches each field by its id. Above them the start and
+// the end of the loop and the client, for Init, Join and Release.
+#include "VLClientApi/FrontSession.h"
+
 #include <cstring>
 #include <memory>
 #include <vector>
 
-#include "VLClientApi/MdApiImpl.h"
+#include "VLClientApi/InstrumentIds.h"
+#include "VLClientApi/OrderBooks.h"
+#include "VLClientApi/SecurityIdKey.h"
 #include "VLNet/Buffer.h"
 #include "VLNet/EventLoop.h"
+#include "VLNet/EventLoopThread.h"
+#include "VLNet/InetAddress.h"
+#include "VLNet/TcpClient.h"
 #include "VLNet/TcpConnection.h"
 #include "package/FieldCatalogue.h"
 #include "package/VelmarPackage.h"
 #include "package/VelmarPackageIterator.h"
+#include "package/WireFormat.h"
 #include "utility/Logging.h"
 
 namespace velmar {
@@ -28,52 +33,88 @@ constexpr char kOnMessage[] = "velmar::mdapi::MdApiImpl::onMessage";
 /// The input buffer back to empty, its indexes at the start of the block.
 void resetBuffer(net::Buffer* buffer) { buffer->retrieveAll(); }
 
-/// Copies of the ids of an instrument answer, with the array of pointers the
-/// callbacks take. Trailing bytes that make no whole id are ignored.
-class InstrumentIds {
- public:
-  InstrumentIds(const char* value, size_t length)
-      : count_(static_cast<int>(length / kWireInstrumentIdSize)),
-        bytes_(static_cast<size_t>(count_) * kWireInstrumentIdSize),
-        pointers_(static_cast<size_t>(count_)) {
-    if (count_ > 0) std::memcpy(bytes_.data(), value, bytes_.size());
-    for (int i = 0; i < count_; ++i) pointers_[i] = &bytes_[i * kWireInstrumentIdSize];
-  }
-  int count() const { return count_; }
-  char** array() { return pointers_.data(); }
-  const char* id(int i) const { return pointers_[i]; }
-
- private:
-  int count_;
-  std::vector<char> bytes_;
-  std::vector<char*> pointers_;
-};
-
 }  // namespace
 
-void MdApiImpl::clearSession() {
-  connected_.store(false);
-  loggedIn_.store(false);
-  snapshotsComplete_.store(false);
-  allTickExchange1_.store(false);
-  allTickExchange2_.store(false);
-  tickSubscriptions_.clear();
-  marketDataExchange1_.clear();
-  marketDataExchange2_.clear();
-  allOrderBook_.store(false);
-  clearOrderBooks();
+FrontSession::FrontSession(SessionCore& core, OrderBooks& books)
+    : core_(core),
+      books_(books),
+      heartbeatPackage_(new CVelmarPackage(wire::kKeepAliveCapacity)),
+      frontTickRecord_(new CVelmarTickByTick()) {
+  heartbeatPackage_->prepare();
+  heartbeatPackage_->setKeepAlive();
+  heartbeatPackage_->finish();
 }
 
-void MdApiImpl::onConnection(const net::TcpConnectionPtr& conn) {
+FrontSession::~FrontSession() = default;
+
+void FrontSession::startLoop() {
+  loopThread_.reset(new net::EventLoopThread(net::EventLoopThread::ThreadInitCallback(),
+                                             "MdApiThread"));
+  loop_ = loopThread_->startLoop();
+}
+
+void FrontSession::createClient(const net::InetAddress& server, const net::InetAddress* local) {
+  if (local) {
+    client_.reset(new net::TcpClient(loop_, server, *local, "SzseMdClient"));
+  } else {
+    client_.reset(new net::TcpClient(loop_, server, "MdClient"));
+  }
+  client_->setConnectFailCallback([this](int delayMs) { onConnectFailed(delayMs); });
+  client_->setConnectionCallback([this](const net::TcpConnectionPtr& c) { onConnection(c); });
+  client_->setMessageCallback([this](const net::TcpConnectionPtr& c, net::Buffer* b,
+                                     Timestamp t) { onMessage(c, b, t); });
+  client_->enableRetry();
+}
+
+void FrontSession::connect() { client_->connect(); }
+
+void FrontSession::join() {
+  if (loopThread_ && !joined_.exchange(true)) loopThread_->join();
+}
+
+void FrontSession::release() {
+  if (client_) client_->stop();
+  if (loopThread_) loopThread_->quit();
+}
+
+net::TcpConnectionPtr FrontSession::connection() const {
+  utility::MutexLockGuard lock(connMutex_);
+  return conn_;
+}
+
+bool FrontSession::sendPackage(const char* data, int length) {
+  if (core_.connected_.load()) {
+    net::TcpConnectionPtr conn = connection();
+    if (conn) {
+      conn->send(data, length);
+      return true;
+    }
+  }
+  LOG_INFO << "Failed to send request, due to not connected to front server!";
+  return false;
+}
+
+void FrontSession::clearSession() {
+  core_.connected_.store(false);
+  core_.loggedIn_.store(false);
+  core_.snapshotsComplete_.store(false);
+  core_.allTickExchange1_.store(false);
+  core_.allTickExchange2_.store(false);
+  subscriptions_.clear();
+  core_.allOrderBook_.store(false);
+  books_.clearOrderBooks();
+}
+
+void FrontSession::onConnection(const net::TcpConnectionPtr& conn) {
   {
     utility::MutexLockGuard lock(connMutex_);
     conn_ = conn;
   }
-  connected_.store(false);
-  utility::MutexLockGuard lock(mutex_);
+  core_.connected_.store(false);
+  utility::MutexLockGuard lock(core_.mutex_);
   if (conn->connected()) {
-    connected_.store(true);
-    spi_->OnFrontConnected();
+    core_.connected_.store(true);
+    core_.spi_->OnFrontConnected();
     resetBuffer(conn->inputBuffer());
     loop_->cancel(timeoutTimerId_);
     timeoutTimerId_ =
@@ -81,7 +122,7 @@ void MdApiImpl::onConnection(const net::TcpConnectionPtr& conn) {
     LOG_INFO << "on session connected. (" << conn->name() << ")";
   } else if (conn->disconnected()) {
     clearSession();
-    spi_->OnFrontDisconnected(0);
+    core_.spi_->OnFrontDisconnected(0);
     loop_->cancel(heartbeatTimerId_);
     loop_->cancel(timeoutTimerId_);
     resetBuffer(conn->inputBuffer());
@@ -89,27 +130,27 @@ void MdApiImpl::onConnection(const net::TcpConnectionPtr& conn) {
   }
 }
 
-void MdApiImpl::onConnectFailed(int /*delayMs*/) {
-  utility::MutexLockGuard lock(mutex_);
+void FrontSession::onConnectFailed(int /*delayMs*/) {
+  utility::MutexLockGuard lock(core_.mutex_);
   clearSession();
-  spi_->OnFrontDisconnected(4097);
+  core_.spi_->OnFrontDisconnected(4097);
 }
 
-void MdApiImpl::onHeartbeatTimer() {
+void FrontSession::onHeartbeatTimer() {
   sendPackage(heartbeatPackage_->data(), heartbeatPackage_->length());
 }
 
 // Closes the write side only: the connection goes down when the front closes
 // its side or the socket's keep-alive gives up. Until then the warning repeats
 // every period, and further shutdowns do nothing.
-void MdApiImpl::onHeartbeatTimeout() {
-  spi_->OnHeartBeatWarning(static_cast<int>(heartbeatTimeout_.load()));
+void FrontSession::onHeartbeatTimeout() {
+  core_.spi_->OnHeartBeatWarning(static_cast<int>(heartbeatTimeout_.load()));
   net::TcpConnectionPtr conn = connection();
   if (conn) conn->shutdown();
 }
 
-void MdApiImpl::onMessage(const net::TcpConnectionPtr& /*conn*/, net::Buffer* buffer,
-                          Timestamp /*receiveTime*/) {
+void FrontSession::onMessage(const net::TcpConnectionPtr& /*conn*/, net::Buffer* buffer,
+                             Timestamp /*receiveTime*/) {
   // Whatever arrived, keep-alives included, re-arms the receive time-out.
   loop_->cancel(timeoutTimerId_);
   timeoutTimerId_ =
@@ -130,7 +171,7 @@ void MdApiImpl::onMessage(const net::TcpConnectionPtr& /*conn*/, net::Buffer* bu
   }
 }
 
-void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buffer) {
+void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buffer) {
   const uint32_t fieldId = it.fieldId();
   const int requestId = static_cast<int>(it.requestId());
   const bool last = it.chain() != 0;
@@ -143,28 +184,26 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
       loop_->cancel(heartbeatTimerId_);
       heartbeatTimerId_ = loop_->runEvery(static_cast<double>(heartbeatInterval_),
                                           [this] { onHeartbeatTimer(); });
-      utility::MutexLockGuard lock(mutex_);
-      loggedIn_.store(true);
+      utility::MutexLockGuard lock(core_.mutex_);
+      core_.loggedIn_.store(true);
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*login);
-      spi_->OnRspUserLogin(login.get(), nullptr, requestId, last);
+      core_.spi_->OnRspUserLogin(login.get(), nullptr, requestId, last);
       break;
     }
     case tid::kRspUserLogout: {
       std::unique_ptr<CVelmarRspUserLogout> logout(new CVelmarRspUserLogout());
       it.getFieldValue(logout.get(), sizeof *logout);
       loop_->cancel(heartbeatTimerId_);
-      utility::MutexLockGuard lock(mutex_);
-      loggedIn_.store(false);
-      snapshotsComplete_.store(false);
-      allTickExchange1_.store(false);
-      allTickExchange2_.store(false);
-      allOrderBook_.store(false);
-      tickSubscriptions_.clear();
-      marketDataExchange1_.clear();
-      marketDataExchange2_.clear();
-      clearOrderBooks();
+      utility::MutexLockGuard lock(core_.mutex_);
+      core_.loggedIn_.store(false);
+      core_.snapshotsComplete_.store(false);
+      core_.allTickExchange1_.store(false);
+      core_.allTickExchange2_.store(false);
+      core_.allOrderBook_.store(false);
+      subscriptions_.clear();
+      books_.clearOrderBooks();
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*logout);
-      spi_->OnRspUserLogout(logout.get(), nullptr, requestId, last);
+      core_.spi_->OnRspUserLogout(logout.get(), nullptr, requestId, last);
       LOG_INFO << "onLogout userID: " << securityIdKey(logout->UserID, sizeof logout->UserID);
       logout.reset();
       // Whatever follows the logout answer in this read goes.
@@ -176,9 +215,9 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
       CVelmarSubAllRecord record{0, 0};
       it.getFieldValue(&record, sizeof record);
       if (fieldId == tid::kRspSubAllMarketData)
-        spi_->OnRspSubAllMarketData(record.TickType, record.Exchange, requestId, last);
+        core_.spi_->OnRspSubAllMarketData(record.TickType, record.Exchange, requestId, last);
       else
-        spi_->OnRspUnSubAllMarketData(record.TickType, record.Exchange, requestId, last);
+        core_.spi_->OnRspUnSubAllMarketData(record.TickType, record.Exchange, requestId, last);
       break;
     }
     case tid::kRspSubAllTickByTick:
@@ -187,13 +226,13 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
       it.getFieldValue(&record, sizeof record);
       const bool granted = fieldId == tid::kRspSubAllTickByTick;
       if (last) {
-        if (record.Exchange & 1) allTickExchange1_.store(granted);
-        if (record.Exchange & 2) allTickExchange2_.store(granted);
+        if (record.Exchange & 1) core_.allTickExchange1_.store(granted);
+        if (record.Exchange & 2) core_.allTickExchange2_.store(granted);
       }
       if (granted)
-        spi_->OnRspSubAllTickByTick(record.Exchange, requestId, last);
+        core_.spi_->OnRspSubAllTickByTick(record.Exchange, requestId, last);
       else
-        spi_->OnRspUnSubAllTickByTick(record.Exchange, requestId, last);
+        core_.spi_->OnRspUnSubAllTickByTick(record.Exchange, requestId, last);
       break;
     }
     case tid::kRspSubMarketData:
@@ -202,7 +241,7 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
     case tid::kRspUnSubTickByTick:
     case tid::kRspSubOrderBook:
     case tid::kRspUnSubOrderBook: {
-      utility::MutexLockGuard lock(mutex_);
+      utility::MutexLockGuard lock(core_.mutex_);
       InstrumentIds ids(it.fieldValue(), it.fieldLength());
       if (ids.count() == 0) break;
       if (last) {
@@ -210,20 +249,19 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
           const char* id = ids.id(i);
           switch (fieldId) {
             case tid::kRspUnSubMarketData:
-              marketDataExchange1_.erase(securityIdKey(id, kWireInstrumentIdSize));
-              marketDataExchange2_.erase(securityIdKey(id, kWireInstrumentIdSize));
+              subscriptions_.dropMarketData(securityIdKey(id, kWireInstrumentIdSize));
               break;
             case tid::kRspSubTickByTick:
-              tickSubscriptions_[securityIdKey(id, kWireInstrumentIdSize)] = 1;
+              subscriptions_.addTicks(securityIdKey(id, kWireInstrumentIdSize));
               break;
             case tid::kRspUnSubTickByTick:
-              tickSubscriptions_.erase(securityIdKey(id, kWireInstrumentIdSize));
+              subscriptions_.removeTicks(securityIdKey(id, kWireInstrumentIdSize));
               break;
             case tid::kRspSubOrderBook:
-              addOrderBook(id);  // writes its own INFO line
+              books_.addOrderBook(id);  // writes its own INFO line
               break;
             case tid::kRspUnSubOrderBook:
-              removeOrderBook(id);
+              books_.removeOrderBook(id);
               break;
             default:
               break;
@@ -232,62 +270,56 @@ void MdApiImpl::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buf
       }
       switch (fieldId) {
         case tid::kRspSubMarketData:
-          spi_->OnRspSubMarketData(ids.array(), ids.count(), requestId, last);
+          core_.spi_->OnRspSubMarketData(ids.array(), ids.count(), requestId, last);
           break;
         case tid::kRspUnSubMarketData:
-          spi_->OnRspUnSubMarketData(ids.array(), ids.count(), requestId, last);
+          core_.spi_->OnRspUnSubMarketData(ids.array(), ids.count(), requestId, last);
           break;
         case tid::kRspSubTickByTick:
-          spi_->OnRspSubTickByTick(ids.array(), ids.count(), requestId, last);
+          core_.spi_->OnRspSubTickByTick(ids.array(), ids.count(), requestId, last);
           break;
         case tid::kRspUnSubTickByTick:
-          spi_->OnRspUnSubTickByTick(ids.array(), ids.count(), requestId, last);
+          core_.spi_->OnRspUnSubTickByTick(ids.array(), ids.count(), requestId, last);
           break;
         case tid::kRspSubOrderBook:
-          spi_->OnRspSubOrderBook(ids.array(), ids.count(), requestId, last);
+          core_.spi_->OnRspSubOrderBook(ids.array(), ids.count(), requestId, last);
           break;
         default:
-          spi_->OnRspUnSubOrderBook(ids.array(), ids.count(), requestId, last);
+          core_.spi_->OnRspUnSubOrderBook(ids.array(), ids.count(), requestId, last);
           break;
       }
       break;
     }
     case tid::kRspInfo: {
-      utility::MutexLockGuard lock(mutex_);
+      utility::MutexLockGuard lock(core_.mutex_);
       std::unique_ptr<CVelmarRspInfo> info(new CVelmarRspInfo());
       it.getFieldValue(info.get(), sizeof *info);
       if (info->Tid == static_cast<int32_t>(tid::kRspUserLogin)) {
-        loggedIn_.store(false);
-        spi_->OnRspUserLogin(nullptr, info.get(), requestId, last);
+        core_.loggedIn_.store(false);
+        core_.spi_->OnRspUserLogin(nullptr, info.get(), requestId, last);
       } else if (info->Tid == static_cast<int32_t>(tid::kRspUserLogout)) {
-        spi_->OnRspUserLogout(nullptr, info.get(), requestId, last);
+        core_.spi_->OnRspUserLogout(nullptr, info.get(), requestId, last);
       } else {
-        spi_->OnRspError(info.get(), requestId, last);
+        core_.spi_->OnRspError(info.get(), requestId, last);
       }
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*info);
       break;
     }
     case tid::kRtnMarketData: {
-      utility::MutexLockGuard lock(mutex_);
+      utility::MutexLockGuard lock(core_.mutex_);
       std::unique_ptr<CVelmarMarketData> record(new CVelmarMarketData());
       it.getFieldValue(record.get(), sizeof *record);
       CVelmarMarketData* data = record.get();
-      auto* map = record->ExchangeID == 1   ? &marketDataExchange1_
-                  : record->ExchangeID == 2 ? &marketDataExchange2_
-                                            : nullptr;
-      if (map) {
-        // The map owns the record; one held before under the key is freed.
-        (*map)[securityIdKey(data->SecurityID, sizeof data->SecurityID)] = std::move(record);
-      }
-      spi_->OnRtnMarketData(data);
-      if (last) snapshotsComplete_.store(true);
+      // The map owns the record; one held before under the key is freed.
+      subscriptions_.keepMarketData(record);
+      core_.spi_->OnRtnMarketData(data);
+      if (last) core_.snapshotsComplete_.store(true);
       break;  // a record of no known exchange is freed here
     }
     case tid::kRtnTickByTick: {
-      if (!frontTickRecord_) frontTickRecord_.reset(new CVelmarTickByTick());
       it.getFieldValue(frontTickRecord_.get(), sizeof *frontTickRecord_);
-      utility::MutexLockGuard lock(mutex_);
-      spi_->OnRtnTickByTick(frontTickRecord_.get());
+      utility::MutexLockGuard lock(core_.mutex_);
+      core_.spi_->OnRtnTickByTick(frontTickRecord_.get());
       break;
     }
     default:
