@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "VLClientApi/DatagramLength.h"
 #include "VLClientApi/FeedMessages.h"
 #include "VLClientApi/OrderBooks.h"
 #include "VLClientApi/SecurityIdKey.h"
@@ -13,11 +14,13 @@
 #include "utility/CurrentThread.h"
 #include "utility/Logging.h"
 #include "utility/Platform.h"
+#include "utility/PrintableBytes.h"
 
 namespace velmar {
 namespace mdapi {
 
 using utility::loadLE;
+using utility::PrintableBytes;
 
 namespace {
 constexpr int kSocketReceiveBuffer = 15728640;  // 15 MiB
@@ -113,13 +116,12 @@ void Feed::runUdpExanic() {
     return;
   }
 
-  // One buffer, reused: a datagram overwrites only its own length. The book
-  // queue's nodes carry copies of what they need, so nothing refers to this
-  // buffer once the handlers have returned.
-  std::unique_ptr<char[]> buffer(new char[feed::kReceiveSize]());
+  // One buffer, reused (see ReceiveBuffer). The book queue's nodes carry
+  // copies of what they need, so nothing refers to it once the handlers have
+  // returned.
   int errorsInARow = 0;
   for (;;) {
-    int n = platform::receiveDatagram(udpSocket_, buffer.get(), feed::kReceiveSize);
+    int n = platform::receiveDatagram(udpSocket_, receiveBuffer_.data(), ReceiveBuffer::kCapacity);
     if (n < 0) {
       LOG_ERROR << "runUdpExanic::recvfrom errno " << platform::lastSocketError();
       if (++errorsInARow >= kErrorsBeforePause) platform::sleepMs(1);
@@ -127,8 +129,24 @@ void Feed::runUdpExanic() {
     }
     errorsInARow = 0;
     if (n == 0) continue;
-    onFeedDatagram(buffer.get());
+    onDatagramReceived(static_cast<size_t>(n));
   }
+}
+
+void Feed::onDatagramReceived(size_t length) {
+  receiveBuffer_.received(length);
+  const char* datagram = receiveBuffer_.data();
+  if (length < feed::expectedLength(datagram))
+    shortDatagrams_.store(shortDatagrams_.load(std::memory_order_relaxed) + 1,
+                          std::memory_order_relaxed);
+  onFeedDatagram(datagram);
+}
+
+bool Feed::channelAdmitted(uint32_t channel) {
+  if (channelSeq_.size() < kMaxChannels || channelSeq_.count(channel) != 0) return true;
+  droppedUnknownChannel_.store(droppedUnknownChannel_.load(std::memory_order_relaxed) + 1,
+                               std::memory_order_relaxed);
+  return false;
 }
 
 void Feed::onFeedDatagram(const char* datagram) {
@@ -139,6 +157,12 @@ void Feed::onFeedDatagram(const char* datagram) {
     LOG_ERROR << "Recv empty msg";
     return;
   }
+  // Set by the front thread before it opened the gate for the new day's
+  // login, so seen here before that day's first datagram.
+  if (forgetSequences_.load(std::memory_order_acquire)) {
+    forgetSequences_.store(false, std::memory_order_relaxed);
+    channelSeq_.clear();
+  }
   const uint32_t type = loadLE<uint32_t>(datagram);
   const char* body = datagram + feed::kBodyOffset;
   switch (type) {
@@ -146,6 +170,7 @@ void Feed::onFeedDatagram(const char* datagram) {
       snapshots_.onSseIndex(datagram);
       break;
     case feed::kSseTrade:
+      if (!channelAdmitted(loadLE<uint32_t>(datagram + feed::sse_trade::TradeChannel))) break;
       onSseTrade(feedTickRecord_.get(), datagram);
       break;
     case feed::kSseSnapshot:
@@ -156,10 +181,12 @@ void Feed::onFeedDatagram(const char* datagram) {
       snapshots_.onSzseSnapshot(body);
       break;
     case feed::kSzseTrade:
+      if (!channelAdmitted(loadLE<uint16_t>(body + feed::szse_trade::ChannelNo))) break;
       books_.handOverToBooks(body, orderBookNode::kTrade);
       onSzseTrade(feedTickRecord_.get(), body);
       break;
     case feed::kSzseOrder:
+      if (!channelAdmitted(loadLE<uint16_t>(body + feed::szse_order::ChannelNo))) break;
       books_.handOverToBooks(body, orderBookNode::kOrder);
       onSzseOrder(feedTickRecord_.get(), body);
       break;
@@ -184,7 +211,7 @@ void Feed::onSzseOrder(CVelmarTickByTick* record, const char* body) {
   const int64_t seq = loadLE<int64_t>(body + m::ApplSeqNum);
   int64_t& prev = channelSeq_[channel];
   if (!sequenceAdvances(prev, seq)) {
-    LOG_INFO << "ORDER_LOST SecurityID: " << securityIdKey(securityId) << " pre_seq " << prev
+    LOG_INFO << "ORDER_LOST SecurityID: " << PrintableBytes::id(securityId) << " pre_seq " << prev
              << " , Applseqnum " << seq << " , ChannalNo: " << channel;
     return;
   }
@@ -208,7 +235,7 @@ void Feed::onSzseTrade(CVelmarTickByTick* record, const char* body) {
   const int64_t seq = loadLE<int64_t>(body + m::ApplSeqNum);
   int64_t& prev = channelSeq_[channel];
   if (!sequenceAdvances(prev, seq)) {
-    LOG_INFO << "TRADE_LOST SecurityID: " << securityIdKey(securityId) << " pre_seq " << prev
+    LOG_INFO << "TRADE_LOST SecurityID: " << PrintableBytes::id(securityId) << " pre_seq " << prev
              << ", Applseqnum " << seq << " , ChannalNo: " << channel;
     return;
   }

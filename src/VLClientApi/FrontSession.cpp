@@ -22,6 +22,7 @@
 #include "package/VelmarPackageIterator.h"
 #include "package/WireFormat.h"
 #include "utility/Logging.h"
+#include "utility/PrintableBytes.h"
 
 namespace velmar {
 namespace mdapi {
@@ -171,6 +172,20 @@ void FrontSession::onMessage(const net::TcpConnectionPtr& /*conn*/, net::Buffer*
   }
 }
 
+// The exchanges number each trading day's messages from the start again, so
+// the sequence state that a re-login of the same day keeps would refuse a new
+// day's ticks until they passed the old day's numbers.
+void FrontSession::noteTradingDay(const char* tradingDay, size_t width) {
+  std::string day = securityIdKey(tradingDay, width);
+  if (!lastTradingDay_.empty() && day != lastTradingDay_) {
+    LOG_INFO << "TradingDay " << utility::PrintableBytes{day.data(), day.size()}
+             << " follows " << utility::PrintableBytes{lastTradingDay_.data(), lastTradingDay_.size()}
+             << ": sequence numbers of every channel forgotten";
+    if (newTradingDay_) newTradingDay_();
+  }
+  lastTradingDay_ = std::move(day);
+}
+
 void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* buffer) {
   const uint32_t fieldId = it.fieldId();
   const int requestId = static_cast<int>(it.requestId());
@@ -184,6 +199,7 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
       loop_->cancel(heartbeatTimerId_);
       heartbeatTimerId_ = loop_->runEvery(static_cast<double>(heartbeatInterval_),
                                           [this] { onHeartbeatTimer(); });
+      noteTradingDay(login->TradingDay, sizeof login->TradingDay);
       utility::MutexLockGuard lock(core_.mutex_);
       core_.loggedIn_.store(true);
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*login);
@@ -204,7 +220,8 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
       books_.clearOrderBooks();
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*logout);
       core_.spi_->OnRspUserLogout(logout.get(), nullptr, requestId, last);
-      LOG_INFO << "onLogout userID: " << securityIdKey(logout->UserID, sizeof logout->UserID);
+      LOG_INFO << "onLogout userID: "
+               << utility::PrintableBytes::id(logout->UserID, sizeof logout->UserID);
       logout.reset();
       // Whatever follows the logout answer in this read goes.
       resetBuffer(buffer);

@@ -22,8 +22,11 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <string>
 
 #include "VLClientApi/SessionCore.h"
 #include "VLClientApi/Subscriptions.h"
@@ -71,6 +74,13 @@ class FrontSession {
   /// Release: stops the connector and quits the loop.
   void release();
   void setHeartbeatTimeout(unsigned int seconds) { heartbeatTimeout_.store(seconds); }
+  /// Before Init: called on the loop thread when a login answer carries a
+  /// TradingDay other than the previous accepted login's, before the gate
+  /// opens for it. The session wires it to the feed, whose sequence numbers
+  /// start again with the new day.
+  void setNewTradingDayCallback(std::function<void()> callback) {
+    newTradingDay_ = std::move(callback);
+  }
 
   // ---- Front loop thread ----
   void onConnection(const net::TcpConnectionPtr& conn);
@@ -119,6 +129,12 @@ class FrontSession {
   uint32_t heartbeatInterval_ = 1;
   net::TimerId heartbeatTimerId_;
   net::TimerId timeoutTimerId_;
+
+  /// Loop thread: the TradingDay of the last accepted login, empty before
+  /// the first.
+  void noteTradingDay(const char* tradingDay, size_t width);
+  std::string lastTradingDay_;
+  std::function<void()> newTradingDay_;
 
   /// Overwritten by every tick the front sends.
   std::unique_ptr<CVelmarTickByTick> frontTickRecord_;

@@ -45,7 +45,9 @@ MdApiImpl::MdApiImpl()
     : books_(*this, std::unique_ptr<BookBuilder>(new LevelBookBuilder())),
       front_(*this, books_),
       feed_(*this, front_.subscriptions(), books_),
-      requests_(*this, front_) {}
+      requests_(*this, front_) {
+  front_.setNewTradingDayCallback([this] { feed_.forgetSequences(); });
+}
 
 MdApiImpl::~MdApiImpl() = default;
 

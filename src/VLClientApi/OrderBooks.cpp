@@ -9,6 +9,7 @@
 #include "VLClientApi/OrderBookRules.h"
 #include "VLClientApi/SecurityIdKey.h"
 #include "utility/Logging.h"
+#include "utility/PrintableBytes.h"
 
 namespace velmar {
 namespace mdapi {
@@ -94,7 +95,8 @@ void OrderBooks::addOrderBook(const char* id16) {
   // Replacing an entry frees the former book here: its state is gone and the
   // new one is fresh until its first snapshot.
   szseOrderBookMap_[key] = builder_->makeBook(id16);
-  LOG_INFO << "szseOrderBookMap_ add subInstrumentID:" << key;
+  LOG_INFO << "szseOrderBookMap_ add subInstrumentID:"
+           << utility::PrintableBytes{key.data(), key.size()};
   utility::MutexLockGuard lock(bookKeysMutex_);
   bookKeys_.insert(std::move(key));
 }

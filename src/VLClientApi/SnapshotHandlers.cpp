@@ -15,6 +15,7 @@
 #include "VLClientApi/Subscriptions.h"
 #include "utility/ByteOrder.h"
 #include "utility/Logging.h"
+#include "utility/PrintableBytes.h"
 
 namespace velmar {
 namespace mdapi {
@@ -206,7 +207,8 @@ void SnapshotHandlers::onSzseSnapshot(const char* body) {
   const uint64_t rawVolume = loadLE<uint64_t>(body + m::TotalVolumeTrade);
   const int64_t volume = scaledWhole(rawVolume, 100);
   if (isStale(*r, volume, time)) {
-    LOG_INFO << "SzseMd MD_LOST Applseqnum " << rawVolume << ",SecurityID " << key
+    LOG_INFO << "SzseMd MD_LOST Applseqnum " << rawVolume << ",SecurityID "
+             << utility::PrintableBytes{key.data(), key.size()}
              << ",time:" << time;
     return;
   }
