@@ -21,9 +21,9 @@ bool CsvSource::fetch(Datagram* d) {
 std::string CsvSource::description() const {
   const CsvSession& s = session_;
   return s.securityId + (s.shenzhen ? ".SZ" : ".SH") + " from " + prefix_ + " (" +
-         std::to_string(s.orders) + " orders, " + std::to_string(s.executions) +
-         " executions, " + std::to_string(s.cancellations) + " cancellations, " +
-         std::to_string(s.snapshots) + " snapshots)";
+         std::to_string(s.orders) + " orders, " + std::to_string(s.executions) + " executions, " +
+         std::to_string(s.cancellations) + " cancellations, " + std::to_string(s.snapshots) +
+         " snapshots)";
 }
 
 }  // namespace sim

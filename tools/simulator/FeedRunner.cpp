@@ -23,8 +23,7 @@ constexpr int64_t kProgressEveryUs = 5000000;
 }  // namespace
 
 FeedRunner::FeedRunner(const SimOptions& o, FeedSource& source, MulticastSender* sender,
-                       ReplayWriter* recorder, SharedRecords* shared,
-                       const std::atomic<bool>& stop)
+                       ReplayWriter* recorder, SharedRecords* shared, const std::atomic<bool>& stop)
     : o_(o),
       source_(source),
       sender_(sender),
@@ -46,8 +45,7 @@ void FeedRunner::run() {
   while (!stop_ && (o_.count == 0 || sent_ < o_.count)) {
     if (!source_.next(&d, &dueUs)) {
       if (!source_.error().empty()) {
-        std::fprintf(stderr, "vlmd-sim: %s: %s\n", o_.replayPath.c_str(),
-                     source_.error().c_str());
+        std::fprintf(stderr, "vlmd-sim: %s: %s\n", o_.replayPath.c_str(), source_.error().c_str());
         failed_ = true;
       }
       break;

@@ -94,7 +94,8 @@ int parseSimOptions(int argc, char** argv, SimOptions* o) {
 
   CLI::Option* frontOnly =
       app.add_flag("--front-only", o->frontOnly, "only the front server, no feed");
-  app.add_flag("--feed-only", o->feedOnly, "only the multicast feed, no front")->excludes(frontOnly);
+  app.add_flag("--feed-only", o->feedOnly, "only the multicast feed, no front")
+      ->excludes(frontOnly);
   app.add_option("--duration", o->duration, "stop after S seconds (default: until interrupted)")
       ->type_name("S")
       ->check(tools::nonNegative<double>());
@@ -141,8 +142,7 @@ int parseSimOptions(int argc, char** argv, SimOptions* o) {
       ->type_name("N")
       ->check(tools::within<int>(0, 1000000))
       ->group(front);
-  app.add_option("--sessions", o->sessions,
-                 "stop once N client connections have come and gone")
+  app.add_option("--sessions", o->sessions, "stop once N client connections have come and gone")
       ->type_name("N")
       ->check(tools::within<uint64_t>(0, 1000000))
       ->group(front);
@@ -183,19 +183,17 @@ int parseSimOptions(int argc, char** argv, SimOptions* o) {
                  "also write every datagram sent to FILE (replay format)")
       ->type_name("FILE")
       ->group(feed);
-  CLI::Option* replay =
-      app.add_option("--replay", o->replayPath,
-                     "send a recording (--record) instead of the synthetic\n"
-                     "market; the front's records then follow its snapshots")
-          ->type_name("FILE")
-          ->group(feed);
-  CLI::Option* csv =
-      app.add_option("--from-csv", o->csvPrefix,
-                     "send a real day from a vendor CSV export instead:\n"
-                     "PREFIX-orders.csv, PREFIX-trades.csv, PREFIX-snapshots.csv")
-          ->type_name("PREFIX")
-          ->excludes(replay)
-          ->group(feed);
+  CLI::Option* replay = app.add_option("--replay", o->replayPath,
+                                       "send a recording (--record) instead of the synthetic\n"
+                                       "market; the front's records then follow its snapshots")
+                            ->type_name("FILE")
+                            ->group(feed);
+  CLI::Option* csv = app.add_option("--from-csv", o->csvPrefix,
+                                    "send a real day from a vendor CSV export instead:\n"
+                                    "PREFIX-orders.csv, PREFIX-trades.csv, PREFIX-snapshots.csv")
+                         ->type_name("PREFIX")
+                         ->excludes(replay)
+                         ->group(feed);
   app.add_option("--channel", o->channel, "channel number for --from-csv (default 2021)")
       ->type_name("N")
       ->group(feed);
@@ -210,13 +208,12 @@ int parseSimOptions(int argc, char** argv, SimOptions* o) {
                "as fast as possible")
       ->needs(app.get_option("--feed-only"))
       ->group(feed);
-  CLI::Option* trueBook =
-      app.add_option("--true-book", o->trueBookId,
-                     "a Shenzhen stock whose true ten-level book is written to")
-          ->type_name("ID")
-          ->excludes(replay)
-          ->excludes(csv)
-          ->group(feed);
+  CLI::Option* trueBook = app.add_option("--true-book", o->trueBookId,
+                                         "a Shenzhen stock whose true ten-level book is written to")
+                              ->type_name("ID")
+                              ->excludes(replay)
+                              ->excludes(csv)
+                              ->group(feed);
   CLI::Option* trueBookFile =
       app.add_option("--true-book-file", o->trueBookPath,
                      "this file every 100 ms (replaced whole each time), for\n"

@@ -109,8 +109,8 @@ void printSummary(const SimOptions& o, const FeedRunner* feed, const FrontSimula
     line += text;
   }
   if (front) {
-    std::snprintf(text, sizeof text, "; front: %zu requests, %d connections",
-                  front->requestCount(), front->acceptedConnections());
+    std::snprintf(text, sizeof text, "; front: %zu requests, %d connections", front->requestCount(),
+                  front->acceptedConnections());
     line += text;
   }
   if (feed && o.feedOnly) {
