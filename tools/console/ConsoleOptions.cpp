@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <map>
 
-#include "cli/CommandLine.h"
+#include "common/CommandLine.h"
 
 namespace velmar {
 namespace console {

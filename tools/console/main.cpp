@@ -11,7 +11,6 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <mutex>
@@ -19,6 +18,7 @@
 #include <thread>
 
 #include "VelmarMdApi.h"
+#include "common/StopSignal.h"
 #include "console/ConsoleOptions.h"
 #include "console/ConsoleSpi.h"
 #include "console/Screen.h"
@@ -28,16 +28,6 @@ using velmar::console::ConsoleOptions;
 using velmar::console::ConsoleSpi;
 using velmar::console::parseConsoleOptions;
 using velmar::mdapi::VelmarMdApi;
-
-namespace {
-
-std::atomic<bool> g_stop{false};
-
-void onSignal(int) {
-  g_stop = true;
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   ConsoleOptions o;
@@ -60,8 +50,8 @@ int main(int argc, char** argv) {
               o.interfaceAddress.empty() ? "any interface" : o.interfaceAddress.c_str());
   std::fflush(stdout);
 
-  std::signal(SIGINT, onSignal);
-  std::signal(SIGTERM, onSignal);
+  velmar::tools::stopOnSignals();
+  const std::atomic<bool>& stop = velmar::tools::stopRequested();
   const int init = api->Init();
   if (init != 0) {
     std::fprintf(stderr, "vlmd-console: Init failed with %d (check --front and --mcast)\n", init);
@@ -96,7 +86,7 @@ int main(int argc, char** argv) {
   }
 
   int64_t lastReportS = 0;
-  while (!g_stop && (o.duration == 0 || elapsed() < o.duration)) {
+  while (!stop && (o.duration == 0 || elapsed() < o.duration)) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     // Without a live view, a line every 5 seconds shows that things move.
     const int64_t s = static_cast<int64_t>(elapsed());

@@ -563,6 +563,18 @@ SideSummary summarize(const Levels& levels) {
   return r;
 }
 
+/// The ten levels of a snapshot, each array with its own field's divisor.
+template <typename Msg>
+void fillLevels(Msg* m, const SideSummary& bid, const SideSummary& ask, double bidPxDiv,
+                double bidQtyDiv, double offerPxDiv, double offerQtyDiv) {
+  for (size_t i = 0; i < kBookLevels; ++i) {
+    m->BidPx[i] = saturate32(fen(bid.price[i], bidPxDiv));
+    m->BidQty[i] = static_cast<uint64_t>(shares(bid.qty[i], bidQtyDiv));
+    m->OfferPx[i] = saturate32(fen(ask.price[i], offerPxDiv));
+    m->OfferQty[i] = static_cast<uint64_t>(shares(ask.qty[i], offerQtyDiv));
+  }
+}
+
 }  // namespace
 
 void MarketEngine::publishStock(Stock& s, std::vector<Datagram>* out) {
@@ -591,12 +603,7 @@ void MarketEngine::publishStock(Stock& s, std::vector<Datagram>* out) {
     m.TotalOfferQty = static_cast<uint64_t>(shares(ask.totalQty, f::TotalOfferQtyDiv));
     m.WeightedAvgBidPx = saturate32(fen(bid.weightedPrice, f::WeightedAvgBidPxDiv));
     m.WeightedAvgOfferPx = saturate32(fen(ask.weightedPrice, f::WeightedAvgOfferPxDiv));
-    for (size_t i = 0; i < kBookLevels; ++i) {
-      m.BidPx[i] = saturate32(fen(bid.price[i], f::BidPxDiv));
-      m.BidQty[i] = static_cast<uint64_t>(shares(bid.qty[i], f::BidQtyDiv));
-      m.OfferPx[i] = saturate32(fen(ask.price[i], f::OfferPxDiv));
-      m.OfferQty[i] = static_cast<uint64_t>(shares(ask.qty[i], f::OfferQtyDiv));
-    }
+    fillLevels(&m, bid, ask, f::BidPxDiv, f::BidQtyDiv, f::OfferPxDiv, f::OfferQtyDiv);
     m.BestBidNumOrders = static_cast<uint32_t>(bid.bestOrders);
     m.BestOfferNumOrders = static_cast<uint32_t>(ask.bestOrders);
     for (int64_t q : bid.queue) m.BidQueue.push_back(saturate32(shares(q, f::QueueQtyDiv)));
@@ -648,12 +655,7 @@ void MarketEngine::publishStock(Stock& s, std::vector<Datagram>* out) {
   m.OfferTradeMaxDuration = saturate32(s.offerMaxWaitMs / 1000);
   m.NumBidOrders = static_cast<uint32_t>(bid.levels);
   m.NumOfferOrders = static_cast<uint32_t>(ask.levels);
-  for (size_t i = 0; i < kBookLevels; ++i) {
-    m.BidPx[i] = saturate32(fen(bid.price[i], f::BidPxDiv));
-    m.BidQty[i] = static_cast<uint64_t>(shares(bid.qty[i], f::BidQtyDiv));
-    m.OfferPx[i] = saturate32(fen(ask.price[i], f::OfferPxDiv));
-    m.OfferQty[i] = static_cast<uint64_t>(shares(ask.qty[i], f::OfferQtyDiv));
-  }
+  fillLevels(&m, bid, ask, f::BidPxDiv, f::BidQtyDiv, f::OfferPxDiv, f::OfferQtyDiv);
   m.BestBidNumOrders = static_cast<uint32_t>(bid.bestOrders);
   m.BestOfferNumOrders = static_cast<uint32_t>(ask.bestOrders);
   // Shanghai's queues count whole shares.

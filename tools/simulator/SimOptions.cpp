@@ -2,7 +2,7 @@
 
 #include <ctime>
 
-#include "cli/CommandLine.h"
+#include "common/CommandLine.h"
 #include "sim/MulticastSender.h"
 
 namespace velmar {

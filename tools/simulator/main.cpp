@@ -12,13 +12,13 @@
 // thread only starts, waits and stops.
 #include <atomic>
 #include <chrono>
-#include <csignal>
 #include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <thread>
 
+#include "common/StopSignal.h"
 #include "front/FrontSimulator.h"
 #include "sim/MulticastSender.h"
 #include "sim/Replay.h"
@@ -29,27 +29,10 @@
 #include "simulator/SharedRecords.h"
 #include "simulator/SimOptions.h"
 
-using velmar::sim::CsvSource;
-using velmar::sim::FeedRunner;
-using velmar::sim::FeedSource;
-using velmar::sim::FrontRequest;
-using velmar::sim::FrontSimulator;
-using velmar::sim::FrontSimulatorOptions;
-using velmar::sim::MarketSource;
-using velmar::sim::MulticastSender;
-using velmar::sim::ReplaySource;
-using velmar::sim::ReplayWriter;
-using velmar::sim::SharedRecords;
-using velmar::sim::SimOptions;
+namespace velmar {
+namespace sim {
 
 namespace {
-
-// Set by the signal handler and by the main thread; read by the feed thread.
-std::atomic<bool> g_stop{false};
-
-void onSignal(int) {
-  g_stop = true;
-}
 
 /// The source the options name; the exit status if it can't be made.
 int makeSource(const SimOptions& o, std::unique_ptr<FeedSource>* source) {
@@ -123,11 +106,10 @@ void printSummary(const SimOptions& o, const FeedRunner* feed, const FrontSimula
   std::fflush(stdout);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+/// Runs the parts the command line asks for until they end; the exit status.
+int run(int argc, char** argv) {
   SimOptions o;
-  if (int status = velmar::sim::parseSimOptions(argc, argv, &o); status >= 0) return status;
+  if (int status = parseSimOptions(argc, argv, &o); status >= 0) return status;
 
   std::unique_ptr<FeedSource> source;
   MulticastSender sender;
@@ -160,8 +142,8 @@ int main(int argc, char** argv) {
     }
   }
 
-  std::signal(SIGINT, onSignal);
-  std::signal(SIGTERM, onSignal);
+  tools::stopOnSignals();
+  std::atomic<bool>& stop = tools::stopRequested();
   if (front) std::printf("front %s\n", front->address().c_str());
   if (source && !o.noSend) {
     std::printf("feed udp://%s:%u\n", o.group.c_str(), static_cast<unsigned>(o.groupPort));
@@ -180,7 +162,7 @@ int main(int argc, char** argv) {
   std::thread feedThread;
   if (source) {
     feed.reset(new FeedRunner(o, *source, o.noSend ? nullptr : &sender, recorder.get(),
-                              front ? &shared : nullptr, g_stop));
+                              front ? &shared : nullptr, stop));
     feedThread = std::thread([&] { feed->run(); });
   }
   const auto begin = std::chrono::steady_clock::now();
@@ -191,7 +173,7 @@ int main(int argc, char** argv) {
   // datagrams' own times there, and the loop ends when the feed does.
   const bool timed = o.duration > 0 && (front || !o.noSend);
   const int sessions = static_cast<int>(o.sessions);
-  while (!g_stop && (!timed || std::chrono::steady_clock::now() < deadline)) {
+  while (!stop && (!timed || std::chrono::steady_clock::now() < deadline)) {
     if (!front && feed->ended()) break;
     if (front && sessions > 0 && front->acceptedConnections() >= sessions &&
         front->openConnections() == 0) {
@@ -199,11 +181,20 @@ int main(int argc, char** argv) {
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
   }
-  g_stop = true;
+  stop = true;
   if (feedThread.joinable()) feedThread.join();
   if (front) front->stop();
   const double seconds =
       std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
   if (!o.quiet) printSummary(o, feed.get(), front.get(), seconds);
   return feed && (feed->failed() || feed->failures() > 0) ? 1 : 0;
+}
+
+}  // namespace
+
+}  // namespace sim
+}  // namespace velmar
+
+int main(int argc, char** argv) {
+  return velmar::sim::run(argc, argv);
 }
