@@ -6,6 +6,8 @@
 #include <set>
 #include <stdexcept>
 
+#include "sim/Rescale.h"
+
 namespace velmar {
 namespace sim {
 
@@ -19,21 +21,18 @@ constexpr const char* kShenzhenPhase = "T0";
 constexpr const char* kShanghaiPhase = "T111";
 
 // The engine counts prices and money in fen, quantities in shares and index
-// values in points x10000. A feed field holds the real value times its
-// divisor (VLClientApi/FeedMessages.h), so its raw value is the engine's
-// times the divisor over the engine's units per whole; every divisor of a
-// field the engine fills is a multiple of those units, but turnover's.
+// values in points x10000; these give a feed field's raw value of each.
 constexpr int64_t kFenPerYuan = 100;
 constexpr int64_t kIndexUnitsPerPoint = 10000;
 
 int64_t fen(int64_t value, double divisor) {
-  return value * (static_cast<int64_t>(divisor) / kFenPerYuan);
+  return rescale(value, kFenPerYuan, divisor);
 }
 int64_t shares(int64_t value, double divisor) {
-  return value * static_cast<int64_t>(divisor);
+  return rescale(value, 1, divisor);
 }
 int64_t points(int64_t value, double divisor) {
-  return value * (static_cast<int64_t>(divisor) / kIndexUnitsPerPoint);
+  return rescale(value, kIndexUnitsPerPoint, divisor);
 }
 
 bool leapYear(int y) {
@@ -706,8 +705,7 @@ void MarketEngine::publishIndex(Index& x, std::vector<Datagram>* out) {
   m.SecurityID = x.inst.id;
   m.PreCloseIndex = static_cast<uint64_t>(points(x.inst.preClose, f::PreCloseIndexDiv));
   m.OpenIndex = static_cast<uint64_t>(points(x.open, f::OpenIndexDiv));
-  // Turnover counts tenths of a yuan, coarser than the fen: they are cut off.
-  m.Turnover = static_cast<uint64_t>(value / (kFenPerYuan / static_cast<int64_t>(f::TurnoverDiv)));
+  m.Turnover = static_cast<uint64_t>(fen(value, f::TurnoverDiv));
   m.HighIndex = static_cast<uint64_t>(points(x.high, f::HighIndexDiv));
   m.LowIndex = static_cast<uint64_t>(points(x.low, f::LowIndexDiv));
   m.LastIndex = static_cast<uint64_t>(points(x.last, f::LastIndexDiv));
