@@ -26,7 +26,8 @@ namespace wire = mdapi::wire;
 
 namespace {
 
-// Error ids the simulator answers with beyond those the library names.
+// Error ids the simulator answers with that the library's ErrorId does not
+// name; their texts are in its error table.
 constexpr int32_t kCantFindUser = -101;
 constexpr int32_t kWrongPassword = -102;
 constexpr int32_t kInvalidTid = -104;

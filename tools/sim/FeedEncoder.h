@@ -6,14 +6,9 @@
 // inside the 8 bytes. Bytes that a layout has but that no field names are
 // written as zero.
 //
-// Scales at a glance (raw = real value x scale; each field's own is its
-// divisor in VLClientApi/FeedMessages.h):
-//   Shanghai trade and snapshot    price x1000, quantity x1000, money x100000
-//   Shanghai index                 index x100000, volume x1000, turnover x10
-//   Shenzhen order and trade       price x10000, quantity x100
-//   Shenzhen snapshot              price x1000000, quantity x100, value x10000
-//   Shenzhen index                 index x1000000, volume x100, value x10000
-//   Shenzhen volume statistics     previous close x10000, volume x100, value x10000
+// A raw value is the real value times the field's divisor, which stands
+// beside the field's offset in VLClientApi/FeedMessages.h (sim/Rescale.h
+// turns counts into raw values).
 #pragma once
 
 #include <array>

@@ -78,6 +78,33 @@ uint8_t fillQueue(const BookLevel& best, Queue& queue) {
   return static_cast<uint8_t>(n);
 }
 
+// The conversions of feed values are the library's: raw value over the
+// field's divisor.
+double scaled(uint64_t raw, double divisor) {
+  return static_cast<double>(raw) / divisor;
+}
+int64_t shares(uint64_t raw, double divisor) {
+  return static_cast<int64_t>(raw / static_cast<uint64_t>(divisor));
+}
+
+/// The ten levels and the best levels' queues of either ten-level snapshot.
+template <typename Msg>
+void writeBook(CVelmarMarketData& r, const Msg& m, double bidPxDiv, double bidQtyDiv,
+               double offerPxDiv, double offerQtyDiv, uint32_t queueDiv) {
+  for (size_t i = 0; i < kBookLevels; ++i) {
+    r.BidPrice[i] = scaled(m.BidPx[i], bidPxDiv);
+    r.AskPrice[i] = scaled(m.OfferPx[i], offerPxDiv);
+    r.BidVolume[i] = shares(m.BidQty[i], bidQtyDiv);
+    r.AskVolume[i] = shares(m.OfferQty[i], offerQtyDiv);
+  }
+  r.BestBidOrderCount = m.BestBidNumOrders;
+  r.BestAskOrderCount = m.BestOfferNumOrders;
+  r.BestBidQueueSize = static_cast<uint8_t>(std::min(m.BidQueue.size(), kMaxQueue));
+  r.BestAskQueueSize = static_cast<uint8_t>(std::min(m.OfferQueue.size(), kMaxQueue));
+  for (size_t i = 0; i < r.BestBidQueueSize; ++i) r.BestBidQueue[i] = m.BidQueue[i] / queueDiv;
+  for (size_t i = 0; i < r.BestAskQueueSize; ++i) r.BestAskQueue[i] = m.OfferQueue[i] / queueDiv;
+}
+
 }  // namespace
 
 CVelmarMarketData stockRecord(const TrueBook& b) {
@@ -185,11 +212,6 @@ bool FeedRecords::learn(const uint8_t* data, size_t length) {
 }
 
 bool FeedRecords::handle(const uint8_t* data, size_t length, bool write) {
-  // The conversions are the library's: raw value over the field's scale.
-  auto scaled = [](uint64_t raw, double divisor) { return static_cast<double>(raw) / divisor; };
-  auto shares = [](uint64_t raw, double divisor) {
-    return static_cast<int64_t>(raw / static_cast<uint64_t>(divisor));
-  };
   switch (messageType(data, length)) {
     case feed::kSzseSnapshot: {
       namespace o = feed::szse_snapshot;
@@ -210,25 +232,13 @@ bool FeedRecords::handle(const uint8_t* data, size_t length, bool write) {
       r.AvgPrice = scaled(m.AvgPx, o::AvgPxDiv);
       r.NumTrades = m.NumTrades;
       copyCode(r.TradingPhaseCode, m.TradingPhaseCode);
-      for (size_t i = 0; i < kBookLevels; ++i) {
-        r.BidPrice[i] = scaled(m.BidPx[i], o::BidPxDiv);
-        r.AskPrice[i] = scaled(m.OfferPx[i], o::OfferPxDiv);
-        r.BidVolume[i] = shares(m.BidQty[i], o::BidQtyDiv);
-        r.AskVolume[i] = shares(m.OfferQty[i], o::OfferQtyDiv);
-      }
       r.TotalBidVolume = shares(m.TotalBidQty, o::TotalBidQtyDiv);
       r.TotalAskVolume = shares(m.TotalOfferQty, o::TotalOfferQtyDiv);
       r.WeightedAvgBidPrice = scaled(m.WeightedAvgBidPx, o::WeightedAvgBidPxDiv);
       r.WeightedAvgAskPrice = scaled(m.WeightedAvgOfferPx, o::WeightedAvgOfferPxDiv);
       r.IOPV = scaled(m.IOPV, o::IOPVDiv);
-      r.BestBidOrderCount = m.BestBidNumOrders;
-      r.BestAskOrderCount = m.BestOfferNumOrders;
-      r.BestBidQueueSize = static_cast<uint8_t>(std::min(m.BidQueue.size(), kMaxQueue));
-      r.BestAskQueueSize = static_cast<uint8_t>(std::min(m.OfferQueue.size(), kMaxQueue));
-      const auto queueDiv = static_cast<uint32_t>(o::QueueQtyDiv);
-      for (size_t i = 0; i < r.BestBidQueueSize; ++i) r.BestBidQueue[i] = m.BidQueue[i] / queueDiv;
-      for (size_t i = 0; i < r.BestAskQueueSize; ++i)
-        r.BestAskQueue[i] = m.OfferQueue[i] / queueDiv;
+      writeBook(r, m, o::BidPxDiv, o::BidQtyDiv, o::OfferPxDiv, o::OfferQtyDiv,
+                static_cast<uint32_t>(o::QueueQtyDiv));
       return true;
     }
     case feed::kSseSnapshot: {
@@ -249,12 +259,6 @@ bool FeedRecords::handle(const uint8_t* data, size_t length, bool write) {
       r.AvgPrice = r.TotalVolume == 0 ? 0.0 : r.TotalValue / static_cast<double>(r.TotalVolume);
       r.NumTrades = m.NumTrades;
       copyCode(r.TradingPhaseCode, m.TradingPhaseCode);
-      for (size_t i = 0; i < kBookLevels; ++i) {
-        r.BidPrice[i] = scaled(m.BidPx[i], o::BidPxDiv);
-        r.AskPrice[i] = scaled(m.OfferPx[i], o::OfferPxDiv);
-        r.BidVolume[i] = shares(m.BidQty[i], o::BidQtyDiv);
-        r.AskVolume[i] = shares(m.OfferQty[i], o::OfferQtyDiv);
-      }
       r.TotalBidVolume = shares(m.TotalBidQty, o::TotalBidQtyDiv);
       r.TotalAskVolume = shares(m.TotalOfferQty, o::TotalOfferQtyDiv);
       r.WeightedAvgBidPrice = scaled(m.WeightedAvgBidPx, o::WeightedAvgBidPxDiv);
@@ -281,12 +285,8 @@ bool FeedRecords::handle(const uint8_t* data, size_t length, bool write) {
       r.OfferTradeMaxDuration = m.OfferTradeMaxDuration;
       r.NumBidOrders = m.NumBidOrders;
       r.NumOfferOrders = m.NumOfferOrders;
-      r.BestBidOrderCount = m.BestBidNumOrders;
-      r.BestAskOrderCount = m.BestOfferNumOrders;
-      r.BestBidQueueSize = static_cast<uint8_t>(std::min(m.BidQueue.size(), kMaxQueue));
-      r.BestAskQueueSize = static_cast<uint8_t>(std::min(m.OfferQueue.size(), kMaxQueue));
-      for (size_t i = 0; i < r.BestBidQueueSize; ++i) r.BestBidQueue[i] = m.BidQueue[i];
-      for (size_t i = 0; i < r.BestAskQueueSize; ++i) r.BestAskQueue[i] = m.OfferQueue[i];
+      // Shanghai's queues count whole shares.
+      writeBook(r, m, o::BidPxDiv, o::BidQtyDiv, o::OfferPxDiv, o::OfferQtyDiv, 1);
       return true;
     }
     case feed::kSseIndex: {
