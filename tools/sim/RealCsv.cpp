@@ -118,6 +118,18 @@ uint64_t u64(int64_t v) {
   return static_cast<uint64_t>(std::max<int64_t>(0, v));
 }
 
+/// The ten levels of a snapshot line, each array with its own field's divisor.
+template <typename Msg>
+void fillLevels(Msg* m, Numbers& n, double bidPxDiv, double bidQtyDiv, double offerPxDiv,
+                double offerQtyDiv) {
+  for (size_t i = 0; i < 10; ++i) {
+    m->BidPx[i] = u32(price(n[kBidPx + i], bidPxDiv));
+    m->BidQty[i] = u64(whole(n[kBidQty + i], bidQtyDiv));
+    m->OfferPx[i] = u32(price(n[kAskPx + i], offerPxDiv));
+    m->OfferQty[i] = u64(whole(n[kAskQty + i], offerQtyDiv));
+  }
+}
+
 struct Item {
   int64_t order;  // ApplSeqNum or TradeIndex for ticks, time for snapshots
   int64_t timeMs;
@@ -216,12 +228,7 @@ bool convertSnapshots(const std::string& prefix, bool shenzhen, uint32_t channel
       m.TotalOfferQty = u64(whole(n[kTotalAskQty], f::TotalOfferQtyDiv));
       m.WeightedAvgBidPx = u32(price(n[kAvgBidPx], f::WeightedAvgBidPxDiv));
       m.WeightedAvgOfferPx = u32(price(n[kAvgAskPx], f::WeightedAvgOfferPxDiv));
-      for (size_t i = 0; i < 10; ++i) {
-        m.BidPx[i] = u32(price(n[kBidPx + i], f::BidPxDiv));
-        m.BidQty[i] = u64(whole(n[kBidQty + i], f::BidQtyDiv));
-        m.OfferPx[i] = u32(price(n[kAskPx + i], f::OfferPxDiv));
-        m.OfferQty[i] = u64(whole(n[kAskQty + i], f::OfferQtyDiv));
-      }
+      fillLevels(&m, n, f::BidPxDiv, f::BidQtyDiv, f::OfferPxDiv, f::OfferQtyDiv);
       bytes = encode(m);
     } else {
       namespace f = feed::sse_snapshot;
@@ -242,12 +249,7 @@ bool convertSnapshots(const std::string& prefix, bool shenzhen, uint32_t channel
       m.AltWeightedAvgBidPx = u32(price(n[kAvgBidPx], f::AltWeightedAvgBidPxDiv));
       m.WeightedAvgOfferPx = u32(price(n[kAvgAskPx], f::WeightedAvgOfferPxDiv));
       m.AltWeightedAvgOfferPx = u32(price(n[kAvgAskPx], f::AltWeightedAvgOfferPxDiv));
-      for (size_t i = 0; i < 10; ++i) {
-        m.BidPx[i] = u32(price(n[kBidPx + i], f::BidPxDiv));
-        m.BidQty[i] = u64(whole(n[kBidQty + i], f::BidQtyDiv));
-        m.OfferPx[i] = u32(price(n[kAskPx + i], f::OfferPxDiv));
-        m.OfferQty[i] = u64(whole(n[kAskQty + i], f::OfferQtyDiv));
-      }
+      fillLevels(&m, n, f::BidPxDiv, f::BidQtyDiv, f::OfferPxDiv, f::OfferQtyDiv);
       bytes = encode(m);
     }
     if (!n.ok(error)) return false;
