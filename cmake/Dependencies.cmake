@@ -20,6 +20,18 @@ else()
     $<BUILD_INTERFACE:${VLMD_CONCURRENTQUEUE_DIR}>)
 endif()
 
+# CLI11 (libcli11-dev) parses the tools' command lines; it is header-only.
+# The cross build finds its package outside the mingw root and, as above,
+# sees its folder through a link rather than the whole of /usr/include.
+if(VLMD_BUILD_TOOLS)
+  find_package(CLI11 CONFIG REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+  if(CMAKE_CROSSCOMPILING)
+    get_target_property(_cli11_include CLI11::CLI11 INTERFACE_INCLUDE_DIRECTORIES)
+    file(CREATE_LINK ${_cli11_include}/CLI ${_cq_dir}/CLI SYMBOLIC)
+    set_target_properties(CLI11::CLI11 PROPERTIES INTERFACE_INCLUDE_DIRECTORIES ${_cq_dir})
+  endif()
+endif()
+
 if(VLMD_BUILD_TESTS)
   if(CMAKE_CROSSCOMPILING)
     # Debian's GoogleTest sources, built by the cross toolchain.

@@ -5,7 +5,7 @@ set -euo pipefail
 packages=(
   cmake ninja-build g++ clang ccache pkg-config
   libgtest-dev libgmock-dev googletest libbenchmark-dev
-  libconcurrentqueue-dev libspdlog-dev
+  libconcurrentqueue-dev libspdlog-dev libcli11-dev
   g++-mingw-w64-x86-64-posix wine64
   iproute2
 )

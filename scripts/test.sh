@@ -45,20 +45,21 @@ build_examples() {  # build dir, extra cmake args...
   done
 }
 
-# Runs both examples for a few seconds each against the front and feed
-# simulators, from a scratch folder (the library writes ./log/md), and checks
-# that each exits with 0 and printed data.
+# Runs both examples for a few seconds each against the simulator's front and
+# feed, each run apart (vlmd-sim --front-only, --feed-only), from a scratch
+# folder (the library writes ./log/md), and checks that each exits with 0 and
+# printed data.
 run_examples() {  # simulator dir, examples build dir
   local tools=$1 built=$2 seconds=4
   local tmp; tmp=$(mktemp -d)
   local group=239.255.77.1 mport=$((30000 + $$ % 20000))
-  "$tools/front/vlmd-front-sim" --listen 127.0.0.1:0 --quiet --duration 30 >"$tmp/front.txt" 2>&1 &
+  "$tools/vlmd-sim" --front-only --listen 127.0.0.1:0 --quiet --duration 30 >"$tmp/front.txt" 2>&1 &
   local front=$!
-  "$tools/vlmd-feed-sim" --group "$group:$mport" --quiet --duration 30 >"$tmp/feed.txt" 2>&1 &
+  "$tools/vlmd-sim" --feed-only --group "$group:$mport" --quiet --duration 30 >"$tmp/feed.txt" 2>&1 &
   local feed=$!
   local port=""
   for _ in $(seq 50); do
-    port=$(sed -n 's/^vlmd-front-sim listening on tcp:.*:\([0-9]*\)$/\1/p' "$tmp/front.txt")
+    port=$(sed -n 's/^front tcp:.*:\([0-9]*\)$/\1/p' "$tmp/front.txt")
     [ -n "$port" ] && break
     sleep 0.1
   done

@@ -28,8 +28,8 @@ TEST(SimRecords, RecordsTakenBetweenStepsNeverHideTheNextSnapshot) {
   for (int step = 0; step < 3000; ++step) {
     for (const Datagram& d : engine.step()) {
       const uint32_t t = messageType(d.bytes);
-      if (t != kSzseSnapshotType && t != kSseSnapshotType && t != kSzseIndexType &&
-          t != kSseIndexType)
+      if (t != feed::kSzseSnapshot && t != feed::kSseSnapshot && t != feed::kSzseIndex &&
+          t != feed::kSseIndex)
         continue;
       FeedRecords one;  // what this snapshot says, in the record's units
       ASSERT_TRUE(one.apply(d.bytes.data(), d.bytes.size()));

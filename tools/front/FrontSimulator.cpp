@@ -14,6 +14,7 @@
 #include "package/VelmarPackage.h"
 #include "package/VelmarPackageIterator.h"
 #include "package/WireFormat.h"
+#include "sim/MulticastSender.h"
 #include "utility/ByteOrder.h"
 #include "utility/Platform.h"
 
@@ -25,7 +26,8 @@ namespace wire = mdapi::wire;
 
 namespace {
 
-// Error ids the simulator answers with beyond those the library names.
+// Error ids the simulator answers with that the library's ErrorId does not
+// name; their texts are in its error table.
 constexpr int32_t kCantFindUser = -101;
 constexpr int32_t kWrongPassword = -102;
 constexpr int32_t kInvalidTid = -104;
@@ -45,31 +47,6 @@ std::string textOf(const char* p, size_t size) {
 void copyText(char* dest, size_t size, const std::string& text) {
   std::memset(dest, 0, size);
   std::memcpy(dest, text.data(), std::min(text.size(), size - 1));
-}
-
-/// A dotted quad into a host-order address; false for anything else.
-bool parseDottedQuad(const std::string& text, uint32_t* address) {
-  uint32_t value = 0;
-  int parts = 0;
-  size_t i = 0;
-  while (parts < 4) {
-    size_t start = i;
-    uint32_t part = 0;
-    while (i < text.size() && text[i] >= '0' && text[i] <= '9' && i - start < 3) {
-      part = part * 10 + static_cast<uint32_t>(text[i] - '0');
-      ++i;
-    }
-    if (i == start || part > 255) return false;
-    value = (value << 8) | part;
-    ++parts;
-    if (parts < 4) {
-      if (i >= text.size() || text[i] != '.') return false;
-      ++i;
-    }
-  }
-  if (i != text.size()) return false;
-  *address = value;
-  return true;
 }
 
 std::string todayYmd() {
@@ -237,7 +214,7 @@ bool FrontSimulator::start(std::string* error) {
     if (!market_.record) market_.record = fixed.record;
   }
   uint32_t ip = 0;
-  if (!parseDottedQuad(options_.listenAddress, &ip) || (ip >> 24) != 127) {
+  if (!parseIPv4(options_.listenAddress, &ip) || (ip >> 24) != 127) {
     *error = "refusing to listen on " + options_.listenAddress + ": loopback (127.x.x.x) only";
     return false;
   }

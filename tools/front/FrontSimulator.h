@@ -67,6 +67,7 @@
 #include <vector>
 
 #include "VelmarMdStruct.h"
+#include "package/WireFormat.h"
 
 class CVelmarPackage;
 
@@ -186,8 +187,9 @@ class FrontSimulator {
   void sendRaw(const std::string& bytes);
   /// Sends one package, as an answer is sent, to every client that is
   /// logged in (or to every client when `toAll`).
-  void sendPackage(uint32_t fieldId, const void* value, size_t length, uint8_t chain = 0x53,
-                   uint32_t requestId = 0, bool toAll = false);
+  void sendPackage(uint32_t fieldId, const void* value, size_t length,
+                   uint8_t chain = mdapi::wire::kChainRequest, uint32_t requestId = 0,
+                   bool toAll = false);
   /// Silent: requests are still received and logged, but nothing is answered
   /// and no keep-alive goes out; raw bytes and sendPackage still do.
   void setSilent(bool silent);

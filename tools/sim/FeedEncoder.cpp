@@ -3,25 +3,12 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "VLClientApi/FeedMessages.h"
 #include "utility/ByteOrder.h"
 
 namespace velmar {
 namespace sim {
 
-namespace feed = mdapi::feed;
-
 namespace {
-
-// Places that the library never reads, so its offset tables leave them out;
-// the sender still fills them.
-namespace szse_common {
-constexpr size_t ChannelNo = 8;  // snapshot, index and volume statistics
-constexpr size_t MDStreamID = 10;
-constexpr size_t SecurityIDSource = 21;  // all but the trade
-constexpr size_t TradeSecurityIDSource = 37;
-constexpr size_t SnapshotPrevClosePx = 33;
-}  // namespace szse_common
 
 constexpr size_t kSecurityIdWidth = 8;
 constexpr size_t kPhaseWidth = 8;
@@ -86,8 +73,8 @@ void securityId(Io& io, size_t offset, S& s) {
 }
 
 struct SseTradeLayout {
-  static constexpr uint32_t kType = kSseTradeType;
-  static constexpr size_t kSize = kSseTradeSize;
+  static constexpr uint32_t kType = feed::kSseTrade;
+  static constexpr size_t kSize = feed::sse_trade::Size;
   static constexpr size_t kBase = 0;
   template <typename Io, typename M>
   static void fields(Io& io, M& m) {
@@ -106,8 +93,8 @@ struct SseTradeLayout {
 };
 
 struct SseSnapshotLayout {
-  static constexpr uint32_t kType = kSseSnapshotType;
-  static constexpr size_t kSize = kSseSnapshotFixedSize;
+  static constexpr uint32_t kType = feed::kSseSnapshot;
+  static constexpr size_t kSize = feed::sse_snapshot::Size;
   static constexpr size_t kBase = 0;
   template <typename Io, typename M>
   static void fields(Io& io, M& m) {
@@ -159,8 +146,8 @@ struct SseSnapshotLayout {
 };
 
 struct SseIndexLayout {
-  static constexpr uint32_t kType = kSseIndexType;
-  static constexpr size_t kSize = kSseIndexSize;
+  static constexpr uint32_t kType = feed::kSseIndex;
+  static constexpr size_t kSize = feed::sse_index::Size;
   static constexpr size_t kBase = 0;
   template <typename Io, typename M>
   static void fields(Io& io, M& m) {
@@ -179,17 +166,17 @@ struct SseIndexLayout {
 };
 
 struct SzseOrderLayout {
-  static constexpr uint32_t kType = kSzseOrderType;
-  static constexpr size_t kSize = kSzseOrderSize;
+  static constexpr uint32_t kType = feed::kSzseOrder;
+  static constexpr size_t kSize = feed::kBodyOffset + feed::szse_order::Size;
   static constexpr size_t kBase = feed::kBodyOffset;
   template <typename Io, typename M>
   static void fields(Io& io, M& m) {
     namespace o = feed::szse_order;
     io.field(o::ChannelNo, m.ChannelNo);
     io.field(o::ApplSeqNum, m.ApplSeqNum);
-    io.text(szse_common::MDStreamID, 3, m.MDStreamID, 3);
+    io.text(o::MDStreamID, 3, m.MDStreamID, 3);
     securityId(io, o::SecurityID, m.SecurityID);
-    io.text(szse_common::SecurityIDSource, 4, m.SecurityIDSource, 4);
+    io.text(o::SecurityIDSource, 4, m.SecurityIDSource, 4);
     io.field(o::Price, m.Price);
     io.field(o::OrderQty, m.OrderQty);
     io.field(o::Side, m.Side);
@@ -199,19 +186,19 @@ struct SzseOrderLayout {
 };
 
 struct SzseTradeLayout {
-  static constexpr uint32_t kType = kSzseTradeType;
-  static constexpr size_t kSize = kSzseTradeSize;
+  static constexpr uint32_t kType = feed::kSzseTrade;
+  static constexpr size_t kSize = feed::kBodyOffset + feed::szse_trade::Size;
   static constexpr size_t kBase = feed::kBodyOffset;
   template <typename Io, typename M>
   static void fields(Io& io, M& m) {
     namespace o = feed::szse_trade;
     io.field(o::ChannelNo, m.ChannelNo);
     io.field(o::ApplSeqNum, m.ApplSeqNum);
-    io.text(szse_common::MDStreamID, 3, m.MDStreamID, 3);
+    io.text(o::MDStreamID, 3, m.MDStreamID, 3);
     io.field(o::BidApplSeqNum, m.BidApplSeqNum);
     io.field(o::OfferApplSeqNum, m.OfferApplSeqNum);
     securityId(io, o::SecurityID, m.SecurityID);
-    io.text(szse_common::TradeSecurityIDSource, 4, m.SecurityIDSource, 4);
+    io.text(o::SecurityIDSource, 4, m.SecurityIDSource, 4);
     io.field(o::LastPx, m.LastPx);
     io.field(o::LastQty, m.LastQty);
     io.field(o::ExecType, m.ExecType);
@@ -225,22 +212,22 @@ template <typename Io, typename M>
 void szseHeaderFields(Io& io, M& m) {
   namespace o = feed::szse_snapshot;
   io.field(o::OrigTime, m.OrigTime);
-  io.field(szse_common::ChannelNo, m.ChannelNo);
-  io.text(szse_common::MDStreamID, 3, m.MDStreamID, 3);
+  io.field(o::ChannelNo, m.ChannelNo);
+  io.text(o::MDStreamID, 3, m.MDStreamID, 3);
   securityId(io, o::SecurityID, m.SecurityID);
-  io.text(szse_common::SecurityIDSource, 4, m.SecurityIDSource, 4);
+  io.text(o::SecurityIDSource, 4, m.SecurityIDSource, 4);
   io.text(o::TradingPhaseCode, kPhaseWidth, m.TradingPhaseCode, kPhaseWidth);
 }
 
 struct SzseSnapshotLayout {
-  static constexpr uint32_t kType = kSzseSnapshotType;
-  static constexpr size_t kSize = kSzseSnapshotFixedSize;
+  static constexpr uint32_t kType = feed::kSzseSnapshot;
+  static constexpr size_t kSize = feed::kBodyOffset + feed::szse_snapshot::Size;
   static constexpr size_t kBase = feed::kBodyOffset;
   template <typename Io, typename M>
   static void fields(Io& io, M& m) {
     namespace o = feed::szse_snapshot;
     szseHeaderFields(io, m);
-    io.field(szse_common::SnapshotPrevClosePx, m.PrevClosePx);
+    io.field(o::PrevClosePx, m.PrevClosePx);
     io.field(o::NumTrades, m.NumTrades);
     io.field(o::TotalVolumeTrade, m.TotalVolumeTrade);
     io.field(o::TotalValueTrade, m.TotalValueTrade);
@@ -266,8 +253,8 @@ struct SzseSnapshotLayout {
 };
 
 struct SzseIndexLayout {
-  static constexpr uint32_t kType = kSzseIndexType;
-  static constexpr size_t kSize = kSzseIndexSize;
+  static constexpr uint32_t kType = feed::kSzseIndex;
+  static constexpr size_t kSize = feed::kBodyOffset + feed::szse_index::Size;
   static constexpr size_t kBase = feed::kBodyOffset;
   template <typename Io, typename M>
   static void fields(Io& io, M& m) {
@@ -285,8 +272,8 @@ struct SzseIndexLayout {
 };
 
 struct SzseVolumeStatLayout {
-  static constexpr uint32_t kType = kSzseVolumeStatType;
-  static constexpr size_t kSize = kSzseVolumeStatSize;
+  static constexpr uint32_t kType = feed::kSzseVolumeStat;
+  static constexpr size_t kSize = feed::kBodyOffset + feed::szse_volume_stat::Size;
   static constexpr size_t kBase = feed::kBodyOffset;
   template <typename Io, typename M>
   static void fields(Io& io, M& m) {

@@ -6,13 +6,9 @@
 // inside the 8 bytes. Bytes that a layout has but that no field names are
 // written as zero.
 //
-// Scales at a glance (raw = real value x scale):
-//   Shanghai trade and snapshot    price x1000, quantity x1000, money x100000
-//   Shanghai index                 index x100000, volume x1000, turnover x10
-//   Shenzhen order and trade       price x10000, quantity x100
-//   Shenzhen snapshot              price x1000000, quantity x100, value x10000
-//   Shenzhen index                 index x1000000, volume x100, value x10000
-//   Shenzhen volume statistics     previous close x10000, volume x100, value x10000
+// A raw value is the real value times the field's divisor, which stands
+// beside the field's offset in VLClientApi/FeedMessages.h (sim/Rescale.h
+// turns counts into raw values).
 #pragma once
 
 #include <array>
@@ -20,33 +16,16 @@
 #include <string>
 #include <vector>
 
+#include "VLClientApi/FeedMessages.h"
+
 namespace velmar {
 namespace sim {
 
 using Bytes = std::vector<uint8_t>;
 
-/// Message type numbers, bytes 0..3 of every datagram.
-enum MessageType : uint32_t {
-  kSseIndexType = 3113,
-  kSseTradeType = 3201,
-  kSseSnapshotType = 3202,
-  kSzseSnapshotType = 300111,
-  kSzseTradeType = 300191,
-  kSzseOrderType = 300192,
-  kSzseIndexType = 309011,
-  kSzseVolumeStatType = 309111,
-};
-
-/// Size of each fixed layout in the datagram, the 4-byte type included.
-/// The two ten-level snapshots grow by 4 bytes per queue entry.
-constexpr size_t kSseTradeSize = 65;
-constexpr size_t kSseIndexSize = 84;
-constexpr size_t kSseSnapshotFixedSize = 480;
-constexpr size_t kSzseOrderSize = 4 + 51;
-constexpr size_t kSzseTradeSize = 4 + 66;
-constexpr size_t kSzseSnapshotFixedSize = 4 + 380;
-constexpr size_t kSzseIndexSize = 4 + 105;
-constexpr size_t kSzseVolumeStatSize = 4 + 65;
+/// Message types (bytes 0..3 of every datagram) and layouts are the
+/// library's, in VLClientApi/FeedMessages.h.
+namespace feed = mdapi::feed;
 
 struct SseTradeMsg {       // 3201
   int32_t TradeIndex = 0;  // per TradeChannel

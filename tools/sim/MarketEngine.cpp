@@ -6,6 +6,8 @@
 #include <set>
 #include <stdexcept>
 
+#include "sim/Rescale.h"
+
 namespace velmar {
 namespace sim {
 
@@ -17,6 +19,21 @@ constexpr char kSell = '2';
 constexpr size_t kMaxQueue = 50;  // single orders listed per best level
 constexpr const char* kShenzhenPhase = "T0";
 constexpr const char* kShanghaiPhase = "T111";
+
+// The engine counts prices and money in fen, quantities in shares and index
+// values in points x10000; these give a feed field's raw value of each.
+constexpr int64_t kFenPerYuan = 100;
+constexpr int64_t kIndexUnitsPerPoint = 10000;
+
+int64_t fen(int64_t value, double divisor) {
+  return rescale(value, kFenPerYuan, divisor);
+}
+int64_t shares(int64_t value, double divisor) {
+  return rescale(value, 1, divisor);
+}
+int64_t points(int64_t value, double divisor) {
+  return rescale(value, kIndexUnitsPerPoint, divisor);
+}
 
 bool leapYear(int y) {
   return (y % 4 == 0 && y % 100 != 0) || y % 400 == 0;
@@ -303,8 +320,8 @@ void MarketEngine::newOrder(Stock& s, std::vector<Datagram>* out) {
     m.ChannelNo = static_cast<uint16_t>(s.inst.channel);
     m.ApplSeqNum = id;
     m.SecurityID = s.inst.id;
-    m.Price = static_cast<uint64_t>(price) * 100;
-    m.OrderQty = static_cast<uint64_t>(qty) * 100;
+    m.Price = static_cast<uint64_t>(fen(price, feed::szse_order::PriceDiv));
+    m.OrderQty = static_cast<uint64_t>(shares(qty, feed::szse_order::OrderQtyDiv));
     m.Side = side;
     m.OrderTime = s.lastStamp = shenzhenStamp(config_.tradingDay, stampMs);
     emit(encode(m), out);
@@ -342,8 +359,8 @@ void MarketEngine::match(Stock& s, char side, int64_t price, int64_t id, int64_t
       m.BidApplSeqNum = buyId;
       m.OfferApplSeqNum = sellId;
       m.SecurityID = s.inst.id;
-      m.LastPx = static_cast<uint64_t>(levelPrice) * 100;
-      m.LastQty = static_cast<uint64_t>(q) * 100;
+      m.LastPx = static_cast<uint64_t>(fen(levelPrice, feed::szse_trade::LastPxDiv));
+      m.LastQty = static_cast<uint64_t>(shares(q, feed::szse_trade::LastQtyDiv));
       m.ExecType = 'F';
       m.TransactTime = s.lastStamp = shenzhenStamp(config_.tradingDay, tradeMs);
       emit(encode(m), out);
@@ -354,9 +371,9 @@ void MarketEngine::match(Stock& s, char side, int64_t price, int64_t id, int64_t
       m.SecurityID = s.inst.id;
       m.TradeTime = shanghaiStamp(tradeMs);
       s.lastStamp = m.TradeTime;
-      m.TradePrice = static_cast<uint32_t>(levelPrice * 10);
-      m.TradeQty = static_cast<uint64_t>(q) * 1000;
-      m.TradeMoney = static_cast<uint64_t>(levelPrice * q) * 1000;
+      m.TradePrice = static_cast<uint32_t>(fen(levelPrice, feed::sse_trade::TradePriceDiv));
+      m.TradeQty = static_cast<uint64_t>(shares(q, feed::sse_trade::TradeQtyDiv));
+      m.TradeMoney = static_cast<uint64_t>(fen(levelPrice * q, feed::sse_trade::TradeMoneyDiv));
       m.TradeBuyNo = static_cast<uint64_t>(buyId);
       m.TradeSellNo = static_cast<uint64_t>(sellId);
       m.TradeBSFlag = buy ? 'B' : 'S';
@@ -427,7 +444,7 @@ void MarketEngine::cancelOrder(Stock& s, std::vector<Datagram>* out) {
     m.OfferApplSeqNum = side == kSell ? id : 0;
     m.SecurityID = s.inst.id;
     m.LastPx = 0;
-    m.LastQty = static_cast<uint64_t>(qty) * 100;
+    m.LastQty = static_cast<uint64_t>(shares(qty, feed::szse_trade::LastQtyDiv));
     m.ExecType = '4';
     m.TransactTime = s.lastStamp = shenzhenStamp(config_.tradingDay, stampMs);
     emit(encode(m), out);
@@ -545,6 +562,18 @@ SideSummary summarize(const Levels& levels) {
   return r;
 }
 
+/// The ten levels of a snapshot, each array with its own field's divisor.
+template <typename Msg>
+void fillLevels(Msg* m, const SideSummary& bid, const SideSummary& ask, double bidPxDiv,
+                double bidQtyDiv, double offerPxDiv, double offerQtyDiv) {
+  for (size_t i = 0; i < kBookLevels; ++i) {
+    m->BidPx[i] = saturate32(fen(bid.price[i], bidPxDiv));
+    m->BidQty[i] = static_cast<uint64_t>(shares(bid.qty[i], bidQtyDiv));
+    m->OfferPx[i] = saturate32(fen(ask.price[i], offerPxDiv));
+    m->OfferQty[i] = static_cast<uint64_t>(shares(ask.qty[i], offerQtyDiv));
+  }
+}
+
 }  // namespace
 
 void MarketEngine::publishStock(Stock& s, std::vector<Datagram>* out) {
@@ -552,38 +581,32 @@ void MarketEngine::publishStock(Stock& s, std::vector<Datagram>* out) {
   SideSummary ask = summarize(s.asks);
   int64_t stampMs = takeStamp(&s.lastStampMs);
   if (s.shenzhen()) {
-    // Prices x1000000 are fen x10000; quantities x100 are shares x100; value
-    // x10000 is fen x shares x100.
+    namespace f = feed::szse_snapshot;
     SzseSnapshotMsg m;
     m.OrigTime = s.lastStamp = shenzhenStamp(config_.tradingDay, stampMs);
     m.ChannelNo = static_cast<uint16_t>(s.inst.channel);
     m.SecurityID = s.inst.id;
     m.TradingPhaseCode = kShenzhenPhase;
-    m.PrevClosePx = saturate32(s.inst.preClose * 100);
+    m.PrevClosePx = saturate32(fen(s.inst.preClose, f::PrevClosePxDiv));
     m.NumTrades = s.numTrades;
-    m.TotalVolumeTrade = static_cast<uint64_t>(s.volume) * 100;
-    m.TotalValueTrade = static_cast<uint64_t>(s.value) * 100;
-    m.LastPx = saturate32(s.last * 10000);
-    m.OpenPx = saturate32(s.open * 10000);
-    m.HighPx = saturate32(s.high * 10000);
-    m.LowPx = saturate32(s.low * 10000);
-    m.AvgPx = saturate32(roundedDiv(s.value * 10000, s.volume));
-    m.UpperLimitPx = saturate32(s.upper * 10000);
-    m.LowerLimitPx = saturate32(s.lower * 10000);
-    m.TotalBidQty = static_cast<uint64_t>(bid.totalQty) * 100;
-    m.TotalOfferQty = static_cast<uint64_t>(ask.totalQty) * 100;
-    m.WeightedAvgBidPx = saturate32(bid.weightedPrice * 10000);
-    m.WeightedAvgOfferPx = saturate32(ask.weightedPrice * 10000);
-    for (size_t i = 0; i < kBookLevels; ++i) {
-      m.BidPx[i] = saturate32(bid.price[i] * 10000);
-      m.BidQty[i] = static_cast<uint64_t>(bid.qty[i]) * 100;
-      m.OfferPx[i] = saturate32(ask.price[i] * 10000);
-      m.OfferQty[i] = static_cast<uint64_t>(ask.qty[i]) * 100;
-    }
+    m.TotalVolumeTrade = static_cast<uint64_t>(shares(s.volume, f::TotalVolumeTradeDiv));
+    m.TotalValueTrade = static_cast<uint64_t>(fen(s.value, f::TotalValueTradeDiv));
+    m.LastPx = saturate32(fen(s.last, f::LastPxDiv));
+    m.OpenPx = saturate32(fen(s.open, f::OpenPxDiv));
+    m.HighPx = saturate32(fen(s.high, f::HighPxDiv));
+    m.LowPx = saturate32(fen(s.low, f::LowPxDiv));
+    m.AvgPx = saturate32(roundedDiv(fen(s.value, f::AvgPxDiv), s.volume));
+    m.UpperLimitPx = saturate32(fen(s.upper, f::UpperLimitPxDiv));
+    m.LowerLimitPx = saturate32(fen(s.lower, f::LowerLimitPxDiv));
+    m.TotalBidQty = static_cast<uint64_t>(shares(bid.totalQty, f::TotalBidQtyDiv));
+    m.TotalOfferQty = static_cast<uint64_t>(shares(ask.totalQty, f::TotalOfferQtyDiv));
+    m.WeightedAvgBidPx = saturate32(fen(bid.weightedPrice, f::WeightedAvgBidPxDiv));
+    m.WeightedAvgOfferPx = saturate32(fen(ask.weightedPrice, f::WeightedAvgOfferPxDiv));
+    fillLevels(&m, bid, ask, f::BidPxDiv, f::BidQtyDiv, f::OfferPxDiv, f::OfferQtyDiv);
     m.BestBidNumOrders = static_cast<uint32_t>(bid.bestOrders);
     m.BestOfferNumOrders = static_cast<uint32_t>(ask.bestOrders);
-    for (int64_t q : bid.queue) m.BidQueue.push_back(saturate32(q * 100));
-    for (int64_t q : ask.queue) m.OfferQueue.push_back(saturate32(q * 100));
+    for (int64_t q : bid.queue) m.BidQueue.push_back(saturate32(shares(q, f::QueueQtyDiv)));
+    for (int64_t q : ask.queue) m.OfferQueue.push_back(saturate32(shares(q, f::QueueQtyDiv)));
     emit(encode(m), out);
 
     SzseVolumeStatMsg v;
@@ -591,52 +614,50 @@ void MarketEngine::publishStock(Stock& s, std::vector<Datagram>* out) {
     v.ChannelNo = m.ChannelNo;
     v.SecurityID = s.inst.id;
     v.TradingPhaseCode = kShenzhenPhase;
-    v.PrevClosePx = static_cast<uint64_t>(s.inst.preClose) * 100;
+    v.PrevClosePx =
+        static_cast<uint64_t>(fen(s.inst.preClose, feed::szse_volume_stat::PrevClosePxDiv));
     v.NumTrades = s.numTrades;
     v.TotalVolumeTrade = m.TotalVolumeTrade;
     v.TotalValueTrade = m.TotalValueTrade;
     emit(encode(v), out);
     return;
   }
-  // Prices x1000 are fen x10; quantities x1000 are shares x1000; value
-  // x100000 is fen x shares x1000; withdrawn money x1000 is fen x shares x10.
+  namespace f = feed::sse_snapshot;
   SseSnapshotMsg m;
   m.DataTimeStamp = shanghaiStamp(stampMs);
   s.lastStamp = m.DataTimeStamp;
   m.SecurityID = s.inst.id;
-  m.PreClosePx = saturate32(s.inst.preClose * 10);
-  m.OpenPx = saturate32(s.open * 10);
-  m.HighPx = saturate32(s.high * 10);
-  m.LowPx = saturate32(s.low * 10);
-  m.LastPx = saturate32(s.last * 10);
+  m.PreClosePx = saturate32(fen(s.inst.preClose, f::PreClosePxDiv));
+  m.OpenPx = saturate32(fen(s.open, f::OpenPxDiv));
+  m.HighPx = saturate32(fen(s.high, f::HighPxDiv));
+  m.LowPx = saturate32(fen(s.low, f::LowPxDiv));
+  m.LastPx = saturate32(fen(s.last, f::LastPxDiv));
   m.TradingPhaseCode = kShanghaiPhase;
   m.NumTrades = saturate32(s.numTrades);
-  m.TotalVolumeTrade = static_cast<uint64_t>(s.volume) * 1000;
-  m.TotalValueTrade = static_cast<uint64_t>(s.value) * 1000;
-  m.TotalBidQty = static_cast<uint64_t>(bid.totalQty) * 1000;
-  m.WeightedAvgBidPx = m.AltWeightedAvgBidPx = saturate32(bid.weightedPrice * 10);
-  m.TotalOfferQty = static_cast<uint64_t>(ask.totalQty) * 1000;
-  m.WeightedAvgOfferPx = m.AltWeightedAvgOfferPx = saturate32(ask.weightedPrice * 10);
+  m.TotalVolumeTrade = static_cast<uint64_t>(shares(s.volume, f::TotalVolumeTradeDiv));
+  m.TotalValueTrade = static_cast<uint64_t>(fen(s.value, f::TotalValueTradeDiv));
+  m.TotalBidQty = static_cast<uint64_t>(shares(bid.totalQty, f::TotalBidQtyDiv));
+  m.WeightedAvgBidPx = saturate32(fen(bid.weightedPrice, f::WeightedAvgBidPxDiv));
+  m.AltWeightedAvgBidPx = saturate32(fen(bid.weightedPrice, f::AltWeightedAvgBidPxDiv));
+  m.TotalOfferQty = static_cast<uint64_t>(shares(ask.totalQty, f::TotalOfferQtyDiv));
+  m.WeightedAvgOfferPx = saturate32(fen(ask.weightedPrice, f::WeightedAvgOfferPxDiv));
+  m.AltWeightedAvgOfferPx = saturate32(fen(ask.weightedPrice, f::AltWeightedAvgOfferPxDiv));
   m.WithdrawBuyNumber = saturate32(s.withdrawBuyNumber);
   m.WithdrawBuyAmount = static_cast<uint64_t>(s.withdrawBuyAmount);
-  m.WithdrawBuyMoney = saturate32(s.withdrawBuyMoney * 10);
+  m.WithdrawBuyMoney = saturate32(fen(s.withdrawBuyMoney, f::WithdrawBuyMoneyDiv));
   m.WithdrawSellNumber = saturate32(s.withdrawSellNumber);
   m.WithdrawSellAmount = static_cast<uint64_t>(s.withdrawSellAmount);
-  m.WithdrawSellMoney = saturate32(s.withdrawSellMoney * 10);
+  m.WithdrawSellMoney = saturate32(fen(s.withdrawSellMoney, f::WithdrawSellMoneyDiv));
   m.TotalBidNumber = saturate32(bid.totalOrders);
   m.TotalOfferNumber = saturate32(ask.totalOrders);
   m.BidTradeMaxDuration = saturate32(s.bidMaxWaitMs / 1000);  // seconds
   m.OfferTradeMaxDuration = saturate32(s.offerMaxWaitMs / 1000);
   m.NumBidOrders = static_cast<uint32_t>(bid.levels);
   m.NumOfferOrders = static_cast<uint32_t>(ask.levels);
-  for (size_t i = 0; i < kBookLevels; ++i) {
-    m.BidPx[i] = saturate32(bid.price[i] * 10);
-    m.BidQty[i] = static_cast<uint64_t>(bid.qty[i]) * 1000;
-    m.OfferPx[i] = saturate32(ask.price[i] * 10);
-    m.OfferQty[i] = static_cast<uint64_t>(ask.qty[i]) * 1000;
-  }
+  fillLevels(&m, bid, ask, f::BidPxDiv, f::BidQtyDiv, f::OfferPxDiv, f::OfferQtyDiv);
   m.BestBidNumOrders = static_cast<uint32_t>(bid.bestOrders);
   m.BestOfferNumOrders = static_cast<uint32_t>(ask.bestOrders);
+  // Shanghai's queues count whole shares.
   for (int64_t q : bid.queue) m.BidQueue.push_back(saturate32(q));
   for (int64_t q : ask.queue) m.OfferQueue.push_back(saturate32(q));
   emit(encode(m), out);
@@ -661,35 +682,34 @@ void MarketEngine::publishIndex(Index& x, std::vector<Datagram>* out) {
   x.low = std::min(x.low, x.last);
   int64_t stampMs = takeStamp(&x.lastStampMs);
   if (x.inst.exchange == Exchange::kShenzhen) {
-    // Index values x1000000 are points x10000 x100.
+    namespace f = feed::szse_index;
     SzseIndexMsg m;
     m.OrigTime = shenzhenStamp(config_.tradingDay, stampMs);
     m.ChannelNo = static_cast<uint16_t>(x.inst.channel);
     m.SecurityID = x.inst.id;
     m.TradingPhaseCode = kShenzhenPhase;
     m.NumTrades = trades;
-    m.TotalVolumeTrade = static_cast<uint64_t>(volume) * 100;
-    m.TotalValueTrade = static_cast<uint64_t>(value) * 100;
-    m.LastIndex = static_cast<uint64_t>(x.last) * 100;
-    m.PreCloseIndex = static_cast<uint64_t>(x.inst.preClose) * 100;
-    m.OpenIndex = static_cast<uint64_t>(x.open) * 100;
-    m.HighIndex = static_cast<uint64_t>(x.high) * 100;
-    m.LowIndex = static_cast<uint64_t>(x.low) * 100;
+    m.TotalVolumeTrade = static_cast<uint64_t>(shares(volume, f::TotalVolumeTradeDiv));
+    m.TotalValueTrade = static_cast<uint64_t>(fen(value, f::TotalValueTradeDiv));
+    m.LastIndex = static_cast<uint64_t>(points(x.last, f::LastIndexDiv));
+    m.PreCloseIndex = static_cast<uint64_t>(points(x.inst.preClose, f::PreCloseIndexDiv));
+    m.OpenIndex = static_cast<uint64_t>(points(x.open, f::OpenIndexDiv));
+    m.HighIndex = static_cast<uint64_t>(points(x.high, f::HighIndexDiv));
+    m.LowIndex = static_cast<uint64_t>(points(x.low, f::LowIndexDiv));
     emit(encode(m), out);
     return;
   }
-  // Index values x100000 are points x10000 x10; turnover x10 is
-  // fen x shares / 10; volume x1000 is shares x1000.
+  namespace f = feed::sse_index;
   SseIndexMsg m;
   m.DataTimeStamp = shanghaiStamp(stampMs);
   m.SecurityID = x.inst.id;
-  m.PreCloseIndex = static_cast<uint64_t>(x.inst.preClose) * 10;
-  m.OpenIndex = static_cast<uint64_t>(x.open) * 10;
-  m.Turnover = static_cast<uint64_t>(value / 10);
-  m.HighIndex = static_cast<uint64_t>(x.high) * 10;
-  m.LowIndex = static_cast<uint64_t>(x.low) * 10;
-  m.LastIndex = static_cast<uint64_t>(x.last) * 10;
-  m.TotalVolumeTraded = static_cast<uint64_t>(volume) * 1000;
+  m.PreCloseIndex = static_cast<uint64_t>(points(x.inst.preClose, f::PreCloseIndexDiv));
+  m.OpenIndex = static_cast<uint64_t>(points(x.open, f::OpenIndexDiv));
+  m.Turnover = static_cast<uint64_t>(fen(value, f::TurnoverDiv));
+  m.HighIndex = static_cast<uint64_t>(points(x.high, f::HighIndexDiv));
+  m.LowIndex = static_cast<uint64_t>(points(x.low, f::LowIndexDiv));
+  m.LastIndex = static_cast<uint64_t>(points(x.last, f::LastIndexDiv));
+  m.TotalVolumeTraded = static_cast<uint64_t>(shares(volume, f::TotalVolumeTradedDiv));
   m.CloseIndex = 0;  // the day isn't closed
   emit(encode(m), out);
 }

@@ -78,6 +78,33 @@ uint8_t fillQueue(const BookLevel& best, Queue& queue) {
   return static_cast<uint8_t>(n);
 }
 
+// The conversions of feed values are the library's: raw value over the
+// field's divisor.
+double scaled(uint64_t raw, double divisor) {
+  return static_cast<double>(raw) / divisor;
+}
+int64_t shares(uint64_t raw, double divisor) {
+  return static_cast<int64_t>(raw / static_cast<uint64_t>(divisor));
+}
+
+/// The ten levels and the best levels' queues of either ten-level snapshot.
+template <typename Msg>
+void writeBook(CVelmarMarketData& r, const Msg& m, double bidPxDiv, double bidQtyDiv,
+               double offerPxDiv, double offerQtyDiv, uint32_t queueDiv) {
+  for (size_t i = 0; i < kBookLevels; ++i) {
+    r.BidPrice[i] = scaled(m.BidPx[i], bidPxDiv);
+    r.AskPrice[i] = scaled(m.OfferPx[i], offerPxDiv);
+    r.BidVolume[i] = shares(m.BidQty[i], bidQtyDiv);
+    r.AskVolume[i] = shares(m.OfferQty[i], offerQtyDiv);
+  }
+  r.BestBidOrderCount = m.BestBidNumOrders;
+  r.BestAskOrderCount = m.BestOfferNumOrders;
+  r.BestBidQueueSize = static_cast<uint8_t>(std::min(m.BidQueue.size(), kMaxQueue));
+  r.BestAskQueueSize = static_cast<uint8_t>(std::min(m.OfferQueue.size(), kMaxQueue));
+  for (size_t i = 0; i < r.BestBidQueueSize; ++i) r.BestBidQueue[i] = m.BidQueue[i] / queueDiv;
+  for (size_t i = 0; i < r.BestAskQueueSize; ++i) r.BestAskQueue[i] = m.OfferQueue[i] / queueDiv;
+}
+
 }  // namespace
 
 CVelmarMarketData stockRecord(const TrueBook& b) {
@@ -185,105 +212,85 @@ bool FeedRecords::learn(const uint8_t* data, size_t length) {
 }
 
 bool FeedRecords::handle(const uint8_t* data, size_t length, bool write) {
-  // The conversions are the library's: raw value over the field's scale.
-  auto scaled = [](uint64_t raw, double scale) { return static_cast<double>(raw) / scale; };
-  auto shares = [](uint64_t raw, uint64_t scale) { return static_cast<int64_t>(raw / scale); };
   switch (messageType(data, length)) {
-    case kSzseSnapshotType: {
+    case feed::kSzseSnapshot: {
+      namespace o = feed::szse_snapshot;
       SzseSnapshotMsg m;
       if (!decode(data, length, &m)) return false;
       CVelmarMarketData& r = record(2, m.SecurityID, 1);
       if (!write) return true;
       r.SecurityType = 1;
-      r.LastPrice = scaled(m.LastPx, 1e6);
-      r.OpenPrice = scaled(m.OpenPx, 1e6);
-      r.HighPrice = scaled(m.HighPx, 1e6);
-      r.LowPrice = scaled(m.LowPx, 1e6);
-      r.UpperLimitPrice = scaled(m.UpperLimitPx, 1e6);
-      r.LowerLimitPrice = scaled(m.LowerLimitPx, 1e6);
+      r.LastPrice = scaled(m.LastPx, o::LastPxDiv);
+      r.OpenPrice = scaled(m.OpenPx, o::OpenPxDiv);
+      r.HighPrice = scaled(m.HighPx, o::HighPxDiv);
+      r.LowPrice = scaled(m.LowPx, o::LowPxDiv);
+      r.UpperLimitPrice = scaled(m.UpperLimitPx, o::UpperLimitPxDiv);
+      r.LowerLimitPrice = scaled(m.LowerLimitPx, o::LowerLimitPxDiv);
       r.UpdateTime = m.OrigTime;
-      r.TotalVolume = shares(m.TotalVolumeTrade, 100);
-      r.TotalValue = scaled(m.TotalValueTrade, 1e4);
-      r.AvgPrice = scaled(m.AvgPx, 1e6);
+      r.TotalVolume = shares(m.TotalVolumeTrade, o::TotalVolumeTradeDiv);
+      r.TotalValue = scaled(m.TotalValueTrade, o::TotalValueTradeDiv);
+      r.AvgPrice = scaled(m.AvgPx, o::AvgPxDiv);
       r.NumTrades = m.NumTrades;
       copyCode(r.TradingPhaseCode, m.TradingPhaseCode);
-      for (size_t i = 0; i < kBookLevels; ++i) {
-        r.BidPrice[i] = scaled(m.BidPx[i], 1e6);
-        r.AskPrice[i] = scaled(m.OfferPx[i], 1e6);
-        r.BidVolume[i] = shares(m.BidQty[i], 100);
-        r.AskVolume[i] = shares(m.OfferQty[i], 100);
-      }
-      r.TotalBidVolume = shares(m.TotalBidQty, 100);
-      r.TotalAskVolume = shares(m.TotalOfferQty, 100);
-      r.WeightedAvgBidPrice = scaled(m.WeightedAvgBidPx, 1e6);
-      r.WeightedAvgAskPrice = scaled(m.WeightedAvgOfferPx, 1e6);
-      r.IOPV = scaled(m.IOPV, 1e6);
-      r.BestBidOrderCount = m.BestBidNumOrders;
-      r.BestAskOrderCount = m.BestOfferNumOrders;
-      r.BestBidQueueSize = static_cast<uint8_t>(std::min(m.BidQueue.size(), kMaxQueue));
-      r.BestAskQueueSize = static_cast<uint8_t>(std::min(m.OfferQueue.size(), kMaxQueue));
-      for (size_t i = 0; i < r.BestBidQueueSize; ++i) r.BestBidQueue[i] = m.BidQueue[i] / 100;
-      for (size_t i = 0; i < r.BestAskQueueSize; ++i) r.BestAskQueue[i] = m.OfferQueue[i] / 100;
+      r.TotalBidVolume = shares(m.TotalBidQty, o::TotalBidQtyDiv);
+      r.TotalAskVolume = shares(m.TotalOfferQty, o::TotalOfferQtyDiv);
+      r.WeightedAvgBidPrice = scaled(m.WeightedAvgBidPx, o::WeightedAvgBidPxDiv);
+      r.WeightedAvgAskPrice = scaled(m.WeightedAvgOfferPx, o::WeightedAvgOfferPxDiv);
+      r.IOPV = scaled(m.IOPV, o::IOPVDiv);
+      writeBook(r, m, o::BidPxDiv, o::BidQtyDiv, o::OfferPxDiv, o::OfferQtyDiv,
+                static_cast<uint32_t>(o::QueueQtyDiv));
       return true;
     }
-    case kSseSnapshotType: {
+    case feed::kSseSnapshot: {
+      namespace o = feed::sse_snapshot;
       SseSnapshotMsg m;
       if (!decode(data, length, &m)) return false;
       CVelmarMarketData& r = record(1, m.SecurityID, 1);
       if (!write) return true;
       r.SecurityType = 1;
-      r.LastPrice = scaled(m.LastPx, 1e3);
-      r.PreClosePrice = scaled(m.PreClosePx, 1e3);
-      r.OpenPrice = scaled(m.OpenPx, 1e3);
-      r.HighPrice = scaled(m.HighPx, 1e3);
-      r.LowPrice = scaled(m.LowPx, 1e3);
+      r.LastPrice = scaled(m.LastPx, o::LastPxDiv);
+      r.PreClosePrice = scaled(m.PreClosePx, o::PreClosePxDiv);
+      r.OpenPrice = scaled(m.OpenPx, o::OpenPxDiv);
+      r.HighPrice = scaled(m.HighPx, o::HighPxDiv);
+      r.LowPrice = scaled(m.LowPx, o::LowPxDiv);
       r.UpdateTime = m.DataTimeStamp;
-      r.TotalVolume = shares(m.TotalVolumeTrade, 1000);
-      r.TotalValue = scaled(m.TotalValueTrade, 1e5);
+      r.TotalVolume = shares(m.TotalVolumeTrade, o::TotalVolumeTradeDiv);
+      r.TotalValue = scaled(m.TotalValueTrade, o::TotalValueTradeDiv);
       r.AvgPrice = r.TotalVolume == 0 ? 0.0 : r.TotalValue / static_cast<double>(r.TotalVolume);
       r.NumTrades = m.NumTrades;
       copyCode(r.TradingPhaseCode, m.TradingPhaseCode);
-      for (size_t i = 0; i < kBookLevels; ++i) {
-        r.BidPrice[i] = scaled(m.BidPx[i], 1e3);
-        r.AskPrice[i] = scaled(m.OfferPx[i], 1e3);
-        r.BidVolume[i] = shares(m.BidQty[i], 1000);
-        r.AskVolume[i] = shares(m.OfferQty[i], 1000);
-      }
-      r.TotalBidVolume = shares(m.TotalBidQty, 1000);
-      r.TotalAskVolume = shares(m.TotalOfferQty, 1000);
-      r.WeightedAvgBidPrice = scaled(m.WeightedAvgBidPx, 1e3);
-      r.WeightedAvgAskPrice = scaled(m.WeightedAvgOfferPx, 1e3);
-      r.AltWeightedAvgBidPrice = scaled(m.AltWeightedAvgBidPx, 1e3);
-      r.AltWeightedAvgAskPrice = scaled(m.AltWeightedAvgOfferPx, 1e3);
-      r.YieldToMaturity = scaled(m.YieldToMaturity, 1e3);
-      r.IOPV = scaled(m.IOPV, 1e3);
+      r.TotalBidVolume = shares(m.TotalBidQty, o::TotalBidQtyDiv);
+      r.TotalAskVolume = shares(m.TotalOfferQty, o::TotalOfferQtyDiv);
+      r.WeightedAvgBidPrice = scaled(m.WeightedAvgBidPx, o::WeightedAvgBidPxDiv);
+      r.WeightedAvgAskPrice = scaled(m.WeightedAvgOfferPx, o::WeightedAvgOfferPxDiv);
+      r.AltWeightedAvgBidPrice = scaled(m.AltWeightedAvgBidPx, o::AltWeightedAvgBidPxDiv);
+      r.AltWeightedAvgAskPrice = scaled(m.AltWeightedAvgOfferPx, o::AltWeightedAvgOfferPxDiv);
+      r.YieldToMaturity = scaled(m.YieldToMaturity, o::YieldToMaturityDiv);
+      r.IOPV = scaled(m.IOPV, o::IOPVDiv);
       r.EtfBuyNumber = m.EtfBuyNumber;
       r.EtfSellNumber = m.EtfSellNumber;
       r.EtfBuyAmount = static_cast<double>(m.EtfBuyAmount);
       r.EtfSellAmount = static_cast<double>(m.EtfSellAmount);
-      r.EtfBuyMoney = scaled(m.EtfBuyMoney, 1e3);
-      r.EtfSellMoney = scaled(m.EtfSellMoney, 1e3);
+      r.EtfBuyMoney = scaled(m.EtfBuyMoney, o::EtfBuyMoneyDiv);
+      r.EtfSellMoney = scaled(m.EtfSellMoney, o::EtfSellMoneyDiv);
       r.WithdrawBuyNumber = m.WithdrawBuyNumber;
       r.WithdrawSellNumber = m.WithdrawSellNumber;
       r.WithdrawBuyAmount = static_cast<double>(m.WithdrawBuyAmount);
       r.WithdrawSellAmount = static_cast<double>(m.WithdrawSellAmount);
-      r.WithdrawBuyMoney = scaled(m.WithdrawBuyMoney, 1e3);
-      r.WithdrawSellMoney = scaled(m.WithdrawSellMoney, 1e3);
+      r.WithdrawBuyMoney = scaled(m.WithdrawBuyMoney, o::WithdrawBuyMoneyDiv);
+      r.WithdrawSellMoney = scaled(m.WithdrawSellMoney, o::WithdrawSellMoneyDiv);
       r.TotalBidNumber = m.TotalBidNumber;
       r.TotalOfferNumber = m.TotalOfferNumber;
       r.BidTradeMaxDuration = m.BidTradeMaxDuration;
       r.OfferTradeMaxDuration = m.OfferTradeMaxDuration;
       r.NumBidOrders = m.NumBidOrders;
       r.NumOfferOrders = m.NumOfferOrders;
-      r.BestBidOrderCount = m.BestBidNumOrders;
-      r.BestAskOrderCount = m.BestOfferNumOrders;
-      r.BestBidQueueSize = static_cast<uint8_t>(std::min(m.BidQueue.size(), kMaxQueue));
-      r.BestAskQueueSize = static_cast<uint8_t>(std::min(m.OfferQueue.size(), kMaxQueue));
-      for (size_t i = 0; i < r.BestBidQueueSize; ++i) r.BestBidQueue[i] = m.BidQueue[i];
-      for (size_t i = 0; i < r.BestAskQueueSize; ++i) r.BestAskQueue[i] = m.OfferQueue[i];
+      // Shanghai's queues count whole shares.
+      writeBook(r, m, o::BidPxDiv, o::BidQtyDiv, o::OfferPxDiv, o::OfferQtyDiv, 1);
       return true;
     }
-    case kSseIndexType: {
+    case feed::kSseIndex: {
+      namespace o = feed::sse_index;
       SseIndexMsg m;
       if (!decode(data, length, &m)) return false;
       CVelmarMarketData& r = record(1, m.SecurityID, 2);
@@ -291,60 +298,63 @@ bool FeedRecords::handle(const uint8_t* data, size_t length, bool write) {
       // Shanghai index values of 0 mean "not given".
       r.SecurityType = 2;
       r.UpdateTime = m.DataTimeStamp;
-      if (m.TotalVolumeTraded != 0) r.TotalVolume = shares(m.TotalVolumeTraded, 1000);
-      if (m.Turnover != 0) r.TotalValue = scaled(m.Turnover, 10);
-      if (m.LastIndex != 0) r.LastPrice = scaled(m.LastIndex, 1e5);
-      if (m.PreCloseIndex != 0) r.PreClosePrice = scaled(m.PreCloseIndex, 1e5);
-      if (m.OpenIndex != 0) r.OpenPrice = scaled(m.OpenIndex, 1e5);
-      if (m.HighIndex != 0) r.HighPrice = scaled(m.HighIndex, 1e5);
-      if (m.LowIndex != 0) r.LowPrice = scaled(m.LowIndex, 1e5);
-      if (m.CloseIndex != 0) r.ClosePrice = scaled(m.CloseIndex, 1e5);
+      if (m.TotalVolumeTraded != 0)
+        r.TotalVolume = shares(m.TotalVolumeTraded, o::TotalVolumeTradedDiv);
+      if (m.Turnover != 0) r.TotalValue = scaled(m.Turnover, o::TurnoverDiv);
+      if (m.LastIndex != 0) r.LastPrice = scaled(m.LastIndex, o::LastIndexDiv);
+      if (m.PreCloseIndex != 0) r.PreClosePrice = scaled(m.PreCloseIndex, o::PreCloseIndexDiv);
+      if (m.OpenIndex != 0) r.OpenPrice = scaled(m.OpenIndex, o::OpenIndexDiv);
+      if (m.HighIndex != 0) r.HighPrice = scaled(m.HighIndex, o::HighIndexDiv);
+      if (m.LowIndex != 0) r.LowPrice = scaled(m.LowIndex, o::LowIndexDiv);
+      if (m.CloseIndex != 0) r.ClosePrice = scaled(m.CloseIndex, o::CloseIndexDiv);
       return true;
     }
-    case kSzseIndexType: {
+    case feed::kSzseIndex: {
+      namespace o = feed::szse_index;
       SzseIndexMsg m;
       if (!decode(data, length, &m)) return false;
       CVelmarMarketData& r = record(2, m.SecurityID, 2);
       if (!write) return true;
       r.SecurityType = 2;
       r.UpdateTime = m.OrigTime;
-      r.TotalVolume = shares(m.TotalVolumeTrade, 100);
-      r.TotalValue = scaled(m.TotalValueTrade, 1e4);
-      r.LastPrice = scaled(m.LastIndex, 1e6);
-      r.PreClosePrice = scaled(m.PreCloseIndex, 1e6);
-      r.OpenPrice = scaled(m.OpenIndex, 1e6);
-      r.HighPrice = scaled(m.HighIndex, 1e6);
-      r.LowPrice = scaled(m.LowIndex, 1e6);
+      r.TotalVolume = shares(m.TotalVolumeTrade, o::TotalVolumeTradeDiv);
+      r.TotalValue = scaled(m.TotalValueTrade, o::TotalValueTradeDiv);
+      r.LastPrice = scaled(m.LastIndex, o::LastIndexDiv);
+      r.PreClosePrice = scaled(m.PreCloseIndex, o::PreCloseIndexDiv);
+      r.OpenPrice = scaled(m.OpenIndex, o::OpenIndexDiv);
+      r.HighPrice = scaled(m.HighIndex, o::HighIndexDiv);
+      r.LowPrice = scaled(m.LowIndex, o::LowIndexDiv);
       r.NumTrades = m.NumTrades;
       copyCode(r.TradingPhaseCode, m.TradingPhaseCode);
       return true;
     }
-    case kSzseVolumeStatType: {
+    case feed::kSzseVolumeStat: {
+      namespace o = feed::szse_volume_stat;
       SzseVolumeStatMsg m;
       if (!decode(data, length, &m)) return false;
       CVelmarMarketData& r = record(2, m.SecurityID, 1);
       if (!write) return true;
       r.UpdateTime = m.OrigTime;
-      r.TotalVolume = shares(m.TotalVolumeTrade, 100);
-      r.TotalValue = scaled(m.TotalValueTrade, 1e4);
-      r.PreClosePrice = scaled(m.PrevClosePx, 1e4);
+      r.TotalVolume = shares(m.TotalVolumeTrade, o::TotalVolumeTradeDiv);
+      r.TotalValue = scaled(m.TotalValueTrade, o::TotalValueTradeDiv);
+      r.PreClosePrice = scaled(m.PrevClosePx, o::PrevClosePxDiv);
       r.NumTrades = m.NumTrades;
       copyCode(r.TradingPhaseCode, m.TradingPhaseCode);
       return true;
     }
-    case kSzseOrderType: {
+    case feed::kSzseOrder: {
       SzseOrderMsg m;
       if (!decode(data, length, &m)) return false;
       record(2, m.SecurityID, 1);
       return true;
     }
-    case kSzseTradeType: {
+    case feed::kSzseTrade: {
       SzseTradeMsg m;
       if (!decode(data, length, &m)) return false;
       record(2, m.SecurityID, 1);
       return true;
     }
-    case kSseTradeType: {
+    case feed::kSseTrade: {
       SseTradeMsg m;
       if (!decode(data, length, &m)) return false;
       record(1, m.SecurityID, 1);

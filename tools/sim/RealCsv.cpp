@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "sim/FeedEncoder.h"
+#include "sim/Rescale.h"
 
 namespace velmar {
 namespace sim {
@@ -100,11 +101,33 @@ int64_t msOfDay(int64_t hhmmssmmm) {
          hhmmssmmm / 1000 % 100 * 1000 + hhmmssmmm % 1000;
 }
 
+// The vendor writes prices x10000, quantities in shares and money in yuan.
+constexpr int64_t kVendorPricePerYuan = 10000;
+
+int64_t price(int64_t vendor, double divisor) {
+  return rescale(vendor, kVendorPricePerYuan, divisor);
+}
+int64_t whole(int64_t count, double divisor) {
+  return rescale(count, 1, divisor);
+}
+
 uint32_t u32(int64_t v) {
   return static_cast<uint32_t>(std::max<int64_t>(0, v));
 }
 uint64_t u64(int64_t v) {
   return static_cast<uint64_t>(std::max<int64_t>(0, v));
+}
+
+/// The ten levels of a snapshot line, each array with its own field's divisor.
+template <typename Msg>
+void fillLevels(Msg* m, Numbers& n, double bidPxDiv, double bidQtyDiv, double offerPxDiv,
+                double offerQtyDiv) {
+  for (size_t i = 0; i < 10; ++i) {
+    m->BidPx[i] = u32(price(n[kBidPx + i], bidPxDiv));
+    m->BidQty[i] = u64(whole(n[kBidQty + i], bidQtyDiv));
+    m->OfferPx[i] = u32(price(n[kAskPx + i], offerPxDiv));
+    m->OfferQty[i] = u64(whole(n[kAskQty + i], offerQtyDiv));
+  }
 }
 
 struct Item {
@@ -125,8 +148,8 @@ bool convertTicks(const std::string& prefix, bool shenzhen, uint32_t channel, Cs
       m.ChannelNo = static_cast<uint16_t>(channel);
       m.ApplSeqNum = n[kOrderNo];
       m.SecurityID = line.f[kId];
-      m.Price = u64(n[kOrderPrice]);
-      m.OrderQty = u64(n[kOrderQty]) * 100;
+      m.Price = u64(price(n[kOrderPrice], feed::szse_order::PriceDiv));
+      m.OrderQty = u64(whole(n[kOrderQty], feed::szse_order::OrderQtyDiv));
       m.Side = line.f[kOrderSide] == "B" ? '1' : line.f[kOrderSide] == "S" ? '2' : '?';
       m.OrderTime = n[kDate] * 1000000000LL + n[kTime];
       // The vendor writes 0 for a limit order and 1 for a market order.
@@ -150,8 +173,8 @@ bool convertTicks(const std::string& prefix, bool shenzhen, uint32_t channel, Cs
       m.BidApplSeqNum = n[kTradeBuyNo];
       m.OfferApplSeqNum = n[kTradeSellNo];
       m.SecurityID = line.f[kId];
-      m.LastPx = u64(n[kTradePrice]);
-      m.LastQty = u64(n[kTradeQty]) * 100;
+      m.LastPx = u64(price(n[kTradePrice], feed::szse_trade::LastPxDiv));
+      m.LastQty = u64(whole(n[kTradeQty], feed::szse_trade::LastQtyDiv));
       m.ExecType = cancel ? '4' : 'F';
       m.TransactTime = n[kDate] * 1000000000LL + n[kTime];
       if (!n.ok(error)) return false;
@@ -162,9 +185,10 @@ bool convertTicks(const std::string& prefix, bool shenzhen, uint32_t channel, Cs
       m.TradeChannel = channel;
       m.SecurityID = line.f[kId];
       m.TradeTime = u32(n[kTime]);
-      m.TradePrice = u32(n[kTradePrice] / 10);
-      m.TradeQty = u64(n[kTradeQty]) * 1000;
-      m.TradeMoney = u64(n[kTradePrice] * n[kTradeQty] * 10);
+      namespace f = feed::sse_trade;
+      m.TradePrice = u32(price(n[kTradePrice], f::TradePriceDiv));
+      m.TradeQty = u64(whole(n[kTradeQty], f::TradeQtyDiv));
+      m.TradeMoney = u64(price(n[kTradePrice] * n[kTradeQty], f::TradeMoneyDiv));
       m.TradeBuyNo = u64(n[kTradeBuyNo]);
       m.TradeSellNo = u64(n[kTradeSellNo]);
       m.TradeBSFlag = line.f[kTradeFlag].empty() ? 'N' : line.f[kTradeFlag][0];
@@ -186,54 +210,46 @@ bool convertSnapshots(const std::string& prefix, bool shenzhen, uint32_t channel
     int64_t volume = n[kVolume], value = n[kValue];
     Bytes bytes;
     if (shenzhen) {
-      // Prices x10000 become x1000000, shares become x100, yuan x10000.
+      namespace f = feed::szse_snapshot;
       SzseSnapshotMsg m;
       m.OrigTime = n[kDate] * 1000000000LL + n[kTime];
       m.ChannelNo = static_cast<uint16_t>(channel);
       m.SecurityID = line.f[kId];
-      m.PrevClosePx = u32(n[kPreClose]);
+      m.PrevClosePx = u32(price(n[kPreClose], f::PrevClosePxDiv));
       m.NumTrades = n[kNumTrades];
-      m.TotalVolumeTrade = u64(volume) * 100;
-      m.TotalValueTrade = u64(value) * 10000;
-      m.LastPx = u32(n[kLast] * 100);
-      m.OpenPx = u32(n[kOpen] * 100);
-      m.HighPx = u32(n[kHigh] * 100);
-      m.LowPx = u32(n[kLow] * 100);
-      m.AvgPx = volume > 0 ? u32(value * 1000000 / volume) : 0;
-      m.TotalBidQty = u64(n[kTotalBidQty]) * 100;
-      m.TotalOfferQty = u64(n[kTotalAskQty]) * 100;
-      m.WeightedAvgBidPx = u32(n[kAvgBidPx] * 100);
-      m.WeightedAvgOfferPx = u32(n[kAvgAskPx] * 100);
-      for (size_t i = 0; i < 10; ++i) {
-        m.BidPx[i] = u32(n[kBidPx + i] * 100);
-        m.BidQty[i] = u64(n[kBidQty + i]) * 100;
-        m.OfferPx[i] = u32(n[kAskPx + i] * 100);
-        m.OfferQty[i] = u64(n[kAskQty + i]) * 100;
-      }
+      m.TotalVolumeTrade = u64(whole(volume, f::TotalVolumeTradeDiv));
+      m.TotalValueTrade = u64(whole(value, f::TotalValueTradeDiv));
+      m.LastPx = u32(price(n[kLast], f::LastPxDiv));
+      m.OpenPx = u32(price(n[kOpen], f::OpenPxDiv));
+      m.HighPx = u32(price(n[kHigh], f::HighPxDiv));
+      m.LowPx = u32(price(n[kLow], f::LowPxDiv));
+      m.AvgPx = volume > 0 ? u32(whole(value, f::AvgPxDiv) / volume) : 0;
+      m.TotalBidQty = u64(whole(n[kTotalBidQty], f::TotalBidQtyDiv));
+      m.TotalOfferQty = u64(whole(n[kTotalAskQty], f::TotalOfferQtyDiv));
+      m.WeightedAvgBidPx = u32(price(n[kAvgBidPx], f::WeightedAvgBidPxDiv));
+      m.WeightedAvgOfferPx = u32(price(n[kAvgAskPx], f::WeightedAvgOfferPxDiv));
+      fillLevels(&m, n, f::BidPxDiv, f::BidQtyDiv, f::OfferPxDiv, f::OfferQtyDiv);
       bytes = encode(m);
     } else {
-      // Prices x10000 become x1000, shares x1000, yuan x100000.
+      namespace f = feed::sse_snapshot;
       SseSnapshotMsg m;
       m.DataTimeStamp = u32(n[kTime]);
       m.SecurityID = line.f[kId];
-      m.PreClosePx = u32(n[kPreClose] / 10);
-      m.OpenPx = u32(n[kOpen] / 10);
-      m.HighPx = u32(n[kHigh] / 10);
-      m.LowPx = u32(n[kLow] / 10);
-      m.LastPx = u32(n[kLast] / 10);
+      m.PreClosePx = u32(price(n[kPreClose], f::PreClosePxDiv));
+      m.OpenPx = u32(price(n[kOpen], f::OpenPxDiv));
+      m.HighPx = u32(price(n[kHigh], f::HighPxDiv));
+      m.LowPx = u32(price(n[kLow], f::LowPxDiv));
+      m.LastPx = u32(price(n[kLast], f::LastPxDiv));
       m.NumTrades = u32(n[kNumTrades]);
-      m.TotalVolumeTrade = u64(volume) * 1000;
-      m.TotalValueTrade = u64(value) * 100000;
-      m.TotalBidQty = u64(n[kTotalBidQty]) * 1000;
-      m.TotalOfferQty = u64(n[kTotalAskQty]) * 1000;
-      m.WeightedAvgBidPx = m.AltWeightedAvgBidPx = u32(n[kAvgBidPx] / 10);
-      m.WeightedAvgOfferPx = m.AltWeightedAvgOfferPx = u32(n[kAvgAskPx] / 10);
-      for (size_t i = 0; i < 10; ++i) {
-        m.BidPx[i] = u32(n[kBidPx + i] / 10);
-        m.BidQty[i] = u64(n[kBidQty + i]) * 1000;
-        m.OfferPx[i] = u32(n[kAskPx + i] / 10);
-        m.OfferQty[i] = u64(n[kAskQty + i]) * 1000;
-      }
+      m.TotalVolumeTrade = u64(whole(volume, f::TotalVolumeTradeDiv));
+      m.TotalValueTrade = u64(whole(value, f::TotalValueTradeDiv));
+      m.TotalBidQty = u64(whole(n[kTotalBidQty], f::TotalBidQtyDiv));
+      m.TotalOfferQty = u64(whole(n[kTotalAskQty], f::TotalOfferQtyDiv));
+      m.WeightedAvgBidPx = u32(price(n[kAvgBidPx], f::WeightedAvgBidPxDiv));
+      m.AltWeightedAvgBidPx = u32(price(n[kAvgBidPx], f::AltWeightedAvgBidPxDiv));
+      m.WeightedAvgOfferPx = u32(price(n[kAvgAskPx], f::WeightedAvgOfferPxDiv));
+      m.AltWeightedAvgOfferPx = u32(price(n[kAvgAskPx], f::AltWeightedAvgOfferPxDiv));
+      fillLevels(&m, n, f::BidPxDiv, f::BidQtyDiv, f::OfferPxDiv, f::OfferQtyDiv);
       bytes = encode(m);
     }
     if (!n.ok(error)) return false;
