@@ -16,6 +16,7 @@
 #include "VLNet/InetAddress.h"
 #include "VLNet/TcpClient.h"
 #include "front/FrontSimulator.h"
+#include "support/Datagram.h"
 #include "support/LogCapture.h"
 #include "support/SessionSpi.h"
 #include "support/TestAccess.h"
@@ -44,6 +45,8 @@ CVelmarReqUserLogin loginRequest(const char* password) {
   return req;
 }
 
+const char kTradingDay[] = "20240102";
+
 template <typename F>
 bool eventually(F f) {
   for (int i = 0; i < 400 && !f(); ++i) velmar::platform::sleepMs(5);
@@ -56,6 +59,7 @@ class FrontSession : public ::testing::Test {
     FrontSimulatorOptions o;
     o.users["alice"] = "secret";
     o.keepAliveIntervalMs = 200;
+    o.tradingDay = kTradingDay;
     return o;
   }
 
@@ -346,4 +350,38 @@ TEST_F(FrontSession, FailedConnectsReportEachAttempt) {
   front_.connect();
   ASSERT_TRUE(spi_.waitForCount("disconnected 4097", 2, 4000)) << spi_.dump();
   EXPECT_EQ(spi_.count("connected"), 0u);
+}
+
+// The exchanges number each trading day from the start again. A login answer
+// of the same day keeps the feed's sequence numbers; one of another day makes
+// the feed forget them before its next datagram, so the new day's ticks pass.
+TEST_F(FrontSession, ANewTradingDayForgetsTheFeedsSequenceNumbers) {
+  login();
+  velmar::mdapi::Feed& feed = TestAccess::feed(api_);
+  core_.allTickExchange2_ = true;
+  auto order = [&](int64_t seq) {
+    feed.onFeedDatagram(velmar::testing::szseOrder(7, seq, "000001", 100000, 100, '1', 1).data());
+  };
+  auto answer = [&](const char* day, int requestId) {
+    CVelmarRspUserLogin rsp{};
+    std::strcpy(rsp.TradingDay, day);
+    std::strcpy(rsp.UserID, "alice");
+    velmar::test::Bytes b = velmar::test::package(
+        {{22, std::string(reinterpret_cast<const char*>(&rsp), sizeof rsp)}}, 0x53, requestId);
+    sim_.sendRaw(std::string(b.begin(), b.end()));
+    ASSERT_GE(spi_.waitFor("login ok alice id " + std::to_string(requestId) + " last"), 0)
+        << spi_.dump();
+  };
+  order(1000);
+  ASSERT_GE(spi_.waitFor("tick 000001 1000"), 0);
+
+  answer(kTradingDay, 2);  // the same day: 5 lies behind 1000
+  order(5);
+  answer("20991231", 3);  // a new day: its 6 is accepted
+  order(6);
+  EXPECT_EQ(spi_.count("tick 000001 5"), 0u) << spi_.dump();
+  EXPECT_EQ(spi_.count("tick 000001 6"), 1u) << spi_.dump();
+  EXPECT_TRUE(log_.contains(std::string("TradingDay 20991231 follows ") + kTradingDay +
+                            ": sequence numbers of every channel forgotten"))
+      << log_.text();
 }

@@ -174,6 +174,76 @@ TEST_F(TickPath, RefusalsAreLoggedForShenzhenOnlyAtInfo) {
   EXPECT_EQ(count(), 2u);
 }
 
+// Ids from the network go into the refusal lines as text, whatever bytes
+// they hold.
+TEST_F(TickPath, RefusalLinesWriteBinaryIdsAsText) {
+  core_.allTickExchange2_ = true;
+  feed(szseOrder(3, 10, "\x01\xff" "AB", 1, 100, '1', 1));
+  feed(szseOrder(3, 9, "\x01\xff" "AB", 1, 100, '1', 1));
+  EXPECT_TRUE(LogCapture::contains("ORDER_LOST SecurityID: \\x01\\xFFAB pre_seq 10 ,"))
+      << LogCapture::text();
+}
+
+// The receive step as the receiver runs it: only the datagram's own bytes
+// are written into the reused buffer. A datagram cut inside its sequence
+// number reads zeros behind its end, never the previous datagram's bytes:
+// here a Shanghai trade would have lent it "60" of "600000" as the top bytes
+// of a number near 3.5e18, and every later tick of the channel would have
+// been refused.
+TEST_F(TickPath, ShortDatagramReadsZerosBehindItsEnd) {
+  core_.allTickExchange1_ = true;
+  core_.allTickExchange2_ = true;
+  auto receive = [&](const booktest::Bytes& d, size_t length) {
+    std::memcpy(feed_.receiveBuffer().data(), d.data(), length);
+    feed_.onDatagramReceived(length);
+  };
+  receive(sseTrade(6, 0x7FFF0001, "600000", 1, 1000, 0, 1), 65);
+  receive(szseOrder(9, 4, "000001", 1, 100, '1', 1), 8);  // type, channel, 2 bytes of 4
+  ASSERT_EQ(count(), 2u);
+  EXPECT_EQ(last().SeqNo, 4);
+  EXPECT_EQ(last().SecurityID[0], '\0');
+  receive(szseOrder(9, 5, "000001", 1, 100, '1', 1), 55);
+  ASSERT_EQ(count(), 3u);
+  EXPECT_EQ(last().SeqNo, 5);
+  EXPECT_EQ(feed_.shortDatagrams(), 1u);
+
+  // Whole datagrams of each kind are not short; one byte less is.
+  const booktest::Bytes szseTradeBytes = szseTrade(9, 6, "000001", 1, 100, 'F', 1);
+  booktest::Snapshot snapshot = booktest::tenLevelSnapshot("000001", 1);
+  snapshot.bidQueue = 3;
+  snapshot.offerQueue = 2;
+  const booktest::Bytes snapshotBytes =
+      booktest::datagram(booktest::kSnapshotType, booktest::snapshotBody(snapshot));
+  const struct {
+    const booktest::Bytes* bytes;
+    size_t length;
+  } whole[] = {{&szseTradeBytes, 70}, {&snapshotBytes, 4 + 380 + 4 * 5}};
+  for (const auto& w : whole) {
+    const uint64_t before = feed_.shortDatagrams();
+    receive(*w.bytes, w.length);
+    EXPECT_EQ(feed_.shortDatagrams(), before) << w.length;
+    receive(*w.bytes, w.length - 1);
+    EXPECT_EQ(feed_.shortDatagrams(), before + 1) << w.length;
+  }
+}
+
+// Every channel number costs memory for the life of the process, so the
+// number of channels is bounded: past it a tick of a channel not yet known is
+// dropped and counted, while the known channels go on.
+TEST_F(TickPath, ChannelStateIsBounded) {
+  core_.allTickExchange2_ = true;
+  const size_t limit = velmar::mdapi::Feed::kMaxChannels;
+  for (size_t c = 0; c < limit; ++c) feed(szseOrder(static_cast<uint16_t>(c), 1, "000001", 1, 100, '1', 1));
+  ASSERT_EQ(count(), limit);
+  feed(szseOrder(static_cast<uint16_t>(limit), 1, "000001", 1, 100, '1', 1));
+  feed(szseTrade(static_cast<uint16_t>(limit + 1), 1, "000001", 1, 100, 'F', 1));
+  EXPECT_EQ(count(), limit);
+  EXPECT_EQ(feed_.droppedUnknownChannel(), 2u);
+  EXPECT_EQ(channelSeq().size(), limit);
+  feed(szseOrder(0, 2, "000001", 1, 100, '1', 1));
+  EXPECT_EQ(count(), limit + 1);
+}
+
 TEST_F(TickPath, SubscriptionFilterByExchangeFlagOrInstrument) {
   subscribe("000001");
   subscribe("600000");
