@@ -83,10 +83,12 @@ TEST(ErrorTable, TextsOfEveryRunAndTheGapsBetween) {
   EXPECT_EQ(errorText(-139), "User existed");
   EXPECT_EQ(errorText(-200), "Unavailable exchange");
   EXPECT_EQ(errorText(-207), "Can't find invester account");
+  EXPECT_EQ(errorText(-300), "Unknown option");
+  EXPECT_EQ(errorText(-303), "Invalid statistics record");
   EXPECT_EQ(errorText(-999), "Internal error");
   EXPECT_EQ(errorText(-1001), "Init database failed");
   EXPECT_EQ(errorText(-1009), "Check config failed");
-  for (int id : {1, -9, -99, -140, -199, -208, -998, -1000, -1010, -32768})
+  for (int id : {1, -9, -99, -140, -199, -208, -299, -304, -998, -1000, -1010, -32768})
     EXPECT_EQ(errorText(static_cast<int16_t>(id)), "Unknow error") << id;
 }
 
