@@ -24,6 +24,8 @@
 
 #include "VLClientApi/BookBytesPool.h"
 #include "VLClientApi/OrderBookNode.h"
+#include "VLClientApi/SessionCounters.h"
+#include "VLClientApi/SessionOptions.h"
 #include "VLNet/Callbacks.h"
 #include "VLNet/TimerId.h"
 #include "VelmarMdApi.h"
@@ -233,6 +235,29 @@ class MdApiImpl : public VelmarMdApi {
   /// is held across application callbacks.
   utility::MutexLock bookKeysMutex_;
   std::unordered_set<std::string> bookKeys_;
+
+  // ---- Options, statistics, status callbacks (MdApiOptions.cpp) ----
+  /// Application thread, never beside Init. log.level takes effect at once;
+  /// log.directory is refused once the process log runs (first Init of any
+  /// session), every other option once this session's Init went through.
+  int SetOption(const char* name, const char* value) override;
+  /// Any thread, no lock: reads counters_.
+  int GetStatistics(CVelmarStatistics* out) override;
+  void RegisterStatusSpi(VelmarMdStatusSpi* spi) override;
+  /// The status callbacks' object or null; any thread reads it, acquire.
+  VelmarMdStatusSpi* statusSpi() const { return statusSpi_.load(std::memory_order_acquire); }
+  /// Written by SetOption before Init only (but logLevel); read without a
+  /// lock by the session's threads after it.
+  SessionOptions options_;
+  /// Written by the threads that own each group, read by GetStatistics.
+  SessionCounters counters_;
+  std::atomic<VelmarMdStatusSpi*> statusSpi_{nullptr};
+  // StartUp.cpp: the process log, shared by every session.
+  /// True once the first Init of the process has built the log writer.
+  static bool processLogStarted();
+  /// Waits up to `seconds` until the lines written so far are in the log
+  /// file; false if they are not, or no writer runs. For tests.
+  static bool flushLog(double seconds);
 };
 
 /// Creates each missing directory of a path; only "/" separates. False if a

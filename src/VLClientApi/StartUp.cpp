@@ -1,6 +1,7 @@
 // Init, Join and Release: the start and the end of the front side of a
 // session. The receiver and book threads that Init starts run to the end of
 // the process; after Release the feed gate stays closed.
+#include <atomic>
 #include <cstdlib>
 #include <ctime>
 #include <thread>
@@ -21,39 +22,44 @@ namespace mdapi {
 
 namespace {
 
-const char kLogDirectory[] = "./log/md";
-const char kLogBaseName[] = "./log/md/velmarApi";
+const char kLogBaseName[] = "velmarApi";
 constexpr int64_t kLogRollSize = 500000000;
 constexpr int kLogFlushInterval = 3;
 
-// The process's one log writer, built by the first Init. The receiver and
-// book threads log until the very end of the process, also while static
-// objects are being destroyed, so the writer is never destroyed: at exit it
-// is stopped, which writes what was handed over, and later lines are dropped.
-utility::AsyncLogging& processLog() {
-  static utility::AsyncLogging* log = [] {
-    auto* created = new utility::AsyncLogging(kLogBaseName, kLogRollSize, kLogFlushInterval);
-    std::atexit([] { processLog().stop(); });
+// The process's one log writer, built by the first Init in the folder that
+// session chose. The receiver and book threads log until the very end of the
+// process, also while static objects are being destroyed, so the writer is
+// never destroyed: at exit it is stopped, which writes what was handed over,
+// and later lines are dropped.
+std::atomic<utility::AsyncLogging*> g_processLog{nullptr};
+
+utility::AsyncLogging& processLog(const std::string& directory) {
+  static utility::AsyncLogging* log = [&directory] {
+    auto* created = new utility::AsyncLogging(directory + "/" + kLogBaseName, kLogRollSize,
+                                              kLogFlushInterval);
+    std::atexit([] { g_processLog.load()->stop(); });
+    g_processLog.store(created);
     return created;
   }();
   return *log;
 }
 
-void writeToProcessLog(const char* line, int length) { processLog().append(line, length); }
+void writeToProcessLog(const char* line, int length) { g_processLog.load()->append(line, length); }
 
 // FATAL and THROW wait this long for their line and those before it to reach
 // the file; the writer alone would take up to its flush interval.
 constexpr double kEndFlushSeconds = 2.0;
-void flushProcessLog() { processLog().flush(kEndFlushSeconds); }
+void flushProcessLog() { g_processLog.load()->flush(kEndFlushSeconds); }
 
-void setUpLogging() {
+void setUpLogging(const SessionOptions& options) {
   if (utility::Logger::output() != utility::Logger::defaultOutput()) return;
-  utility::AsyncLogging& log = processLog();
+  utility::AsyncLogging& log = processLog(options.logDirectory);
   utility::Logger::setOutput(writeToProcessLog);
   utility::Logger::setFlush(flushProcessLog);
   // DEBUG, whatever the environment said: request and answer records appear
-  // in the log in text form, and so do the book thread's lines.
-  utility::Logger::setLogLevel(utility::Logger::DEBUG);
+  // in the log in text form, and so do the book thread's lines. A level the
+  // application chose through SetOption stands.
+  utility::Logger::setLogLevel(options.logLevelSet ? options.logLevel : utility::Logger::DEBUG);
   log.start();
 }
 
@@ -62,6 +68,13 @@ uint16_t portNumber(const std::string& text) {
 }
 
 }  // namespace
+
+bool MdApiImpl::processLogStarted() { return g_processLog.load() != nullptr; }
+
+bool MdApiImpl::flushLog(double seconds) {
+  utility::AsyncLogging* log = g_processLog.load();
+  return log != nullptr && log->flush(seconds);
+}
 
 bool makeLogDirectory(const std::string& path) {
   std::string prefix;
@@ -109,8 +122,9 @@ int MdApiImpl::Init() {
     marketDataExchange1_.clear();
     marketDataExchange2_.clear();
   }
-  makeLogDirectory(kLogDirectory);  // without it the log file can't open; not fatal
-  setUpLogging();
+  // Without the folder the log file can't open; not fatal.
+  makeLogDirectory(options_.logDirectory);
+  setUpLogging(options_);
   LOG_INFO << "server begin to init";
 
   if (!parseAddress(frontAddresses_, &frontHost_, &frontPort_)) {
