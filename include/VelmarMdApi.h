@@ -361,7 +361,7 @@ class VLMDAPI_EXPORT VelmarMdApi {
   /// option does not take (null, over 1024 bytes, trailing characters, a
   /// number out of range, a CPU the machine does not have), -302 for an
   /// option that can only be set before Init. A refused option leaves the
-  /// session as it was; every call writes a log line (INFO accepted, WARN
+  /// session as it was; every call writes a log line (INFO accepted, ERR
   /// refused, with the name and the code). Names are dotted lower case;
   /// values are exact texts, numbers plain decimal digits. Call it from the
   /// thread that calls Init, never at the same time as Init.

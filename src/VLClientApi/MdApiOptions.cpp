@@ -29,7 +29,7 @@ int MdApiImpl::SetOption(const char* name, const char* value) {
 
 int MdApiImpl::GetStatistics(CVelmarStatistics* out) {
   if (out == nullptr || out->Size < kFirstStatisticsSize) {
-    LOG_WARN << "GetStatistics refused, " << kInvalidStatisticsRecord << ": "
+    LOG_ERROR << "GetStatistics refused, " << kInvalidStatisticsRecord << ": "
              << (out ? "Size below the first version's" : "null record");
     return kInvalidStatisticsRecord;
   }

@@ -161,7 +161,7 @@ PrintableBytes shown(const char* text) {
 }
 
 int refuse(int code, const char* name, const char* value, const char* why) {
-  LOG_WARN << "SetOption " << shown(name) << " = " << shown(value) << " refused, " << code << ": "
+  LOG_ERROR << "SetOption " << shown(name) << " = " << shown(value) << " refused, " << code << ": "
            << why;
   return code;
 }

@@ -37,7 +37,7 @@ class SessionOptions {
 
   /// kNoError with the value stored, or kUnknownOption, kInvalidOptionValue
   /// or kOptionOnlyBeforeInit with nothing changed. Writes one log line:
-  /// INFO for an accepted option, WARN with the name and the code for a
+  /// INFO for an accepted option, ERR with the name and the code for a
   /// refused one. Null pointers are refused, never read.
   int set(const char* name, const char* value, Stage stage);
 

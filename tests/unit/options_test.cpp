@@ -245,7 +245,7 @@ TEST(SessionOptions, EveryCallWritesOneLine) {
   EXPECT_EQ(lines[4],
             "SetOption log.directory = bad\\x01name/\\x7F refused, -302: the process log has "
             "started");
-  EXPECT_NE(LogCapture::text().find("WARN   "), std::string::npos);
+  EXPECT_NE(LogCapture::text().find("ERR    "), std::string::npos);
 }
 
 // The operation on the session: the level is the process's and applies at
