@@ -354,7 +354,7 @@ class VLMDAPI_EXPORT VelmarMdApi {
   virtual int SubOrderBook(char** instrumentIds, int count, int requestId) = 0;
   virtual int UnSubOrderBook(char** instrumentIds, int count, int requestId) = 0;
 
-  // ---- Added in 1.1; appended behind the operations of 1.0. ----
+  // ---- Appended behind the first 25; later operations go below these. ----
 
   /// Sets one option of the session: 0, or -300 for a name that is no
   /// option (null, empty or over 64 bytes included), -301 for a value the
