@@ -244,6 +244,12 @@ class MdApiImpl : public VelmarMdApi {
   /// Any thread, no lock: reads counters_.
   int GetStatistics(CVelmarStatistics* out) override;
   void RegisterStatusSpi(VelmarMdStatusSpi* spi) override;
+  /// Init, once loop_ runs: every stats.interval_ms, reportStatistics on
+  /// the front loop. Nothing when the option is 0.
+  void startStatisticsTimer();
+  /// Front loop thread, no lock: OnStatistics with a fresh record, if a
+  /// status object is registered.
+  void reportStatistics();
   /// The status callbacks' object or null; any thread reads it, acquire.
   VelmarMdStatusSpi* statusSpi() const { return statusSpi_.load(std::memory_order_acquire); }
   /// Written by SetOption before Init only (but logLevel); read without a

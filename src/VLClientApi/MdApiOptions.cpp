@@ -6,6 +6,7 @@
 
 #include "VLClientApi/ErrorTable.h"
 #include "VLClientApi/MdApiImpl.h"
+#include "VLNet/EventLoop.h"
 #include "utility/Logging.h"
 
 namespace velmar {
@@ -30,7 +31,7 @@ int MdApiImpl::SetOption(const char* name, const char* value) {
 int MdApiImpl::GetStatistics(CVelmarStatistics* out) {
   if (out == nullptr || out->Size < kFirstStatisticsSize) {
     LOG_ERROR << "GetStatistics refused, " << kInvalidStatisticsRecord << ": "
-             << (out ? "Size below the first version's" : "null record");
+              << (out ? "Size below the first version's" : "null record");
     return kInvalidStatisticsRecord;
   }
   CVelmarStatistics all;
@@ -45,6 +46,24 @@ int MdApiImpl::GetStatistics(CVelmarStatistics* out) {
 
 void MdApiImpl::RegisterStatusSpi(VelmarMdStatusSpi* spi) {
   statusSpi_.store(spi, std::memory_order_release);
+}
+
+void MdApiImpl::startStatisticsTimer() {
+  const uint32_t ms = options_.statsIntervalMs;
+  if (ms == 0 || loop_ == nullptr) return;
+  // On the front loop, which lives until Release: no thread of its own for a
+  // callback that comes a few times a second at most.
+  loop_->runEvery(ms / 1000.0, [this] { reportStatistics(); });
+}
+
+void MdApiImpl::reportStatistics() {
+  VelmarMdStatusSpi* spi = statusSpi();
+  if (spi == nullptr) return;
+  // Counted before the read, so that the record counts the call it comes in.
+  SessionCounters::add(counters_.front.callbacksStatus);
+  CVelmarStatistics statistics;
+  counters_.fill(&statistics);
+  spi->OnStatistics(&statistics);
 }
 
 }  // namespace mdapi

@@ -191,7 +191,14 @@ int SessionOptions::set(const char* name, const char* value, Stage stage) {
   SessionOptions changed = *this;
   if (const char* why = option->parse(changed, std::string(value, valueLength)))
     return refuse(kInvalidOptionValue, name, value, why);
-  *this = changed;
+  if (stage.sessionStarted) {
+    // The session's threads read the other settings without a lock: write
+    // only what may still change, the level.
+    logLevel = changed.logLevel;
+    logLevelSet = changed.logLevelSet;
+  } else {
+    *this = changed;
+  }
   LOG_INFO << "SetOption " << name << " = " << shown(value);
   return kNoError;
 }

@@ -3,8 +3,11 @@
 // record's size rule and where each counter lands in it.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -12,6 +15,7 @@
 #include "VLClientApi/MdApiImpl.h"
 #include "VLClientApi/SessionCounters.h"
 #include "VLClientApi/SessionOptions.h"
+#include "VLNet/EventLoopThread.h"
 #include "support/LogCapture.h"
 #include "utility/Platform.h"
 
@@ -384,4 +388,56 @@ TEST(Statistics, BookQueueHighWater) {
     c.fill(&out);
     EXPECT_EQ(out.BookQueueHighWater, s.highWater) << out.BookNodesQueued;
   }
+}
+
+namespace {
+
+// Keeps what OnStatistics handed over, for the test thread to wait on.
+class StatisticsSpi : public velmar::mdapi::VelmarMdStatusSpi {
+ public:
+  void OnStatistics(const CVelmarStatistics* statistics) override {
+    std::lock_guard<std::mutex> lock(mutex_);
+    records_.push_back(*statistics);
+    changed_.notify_all();
+  }
+  std::vector<CVelmarStatistics> waitFor(size_t count) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    changed_.wait_for(lock, std::chrono::seconds(5), [&] { return records_.size() >= count; });
+    return records_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<CVelmarStatistics> records_;
+};
+
+}  // namespace
+
+// stats.interval_ms drives OnStatistics on the front loop; each record counts
+// the call it comes in, and without a status object nothing is counted.
+TEST(Statistics, PeriodicReportOnTheFrontLoop) {
+  LogCapture capture(Logger::INFO);
+  MdApiImpl api;
+  StatisticsSpi spi;
+  velmar::net::EventLoopThread loopThread;
+  api.loop_ = loopThread.startLoop();
+
+  api.reportStatistics();  // no status object yet
+  CVelmarStatistics before;
+  api.counters_.fill(&before);
+  EXPECT_EQ(before.CallbacksStatus, 0u);
+
+  ASSERT_EQ(api.SetOption("stats.interval_ms", "100"), 0);
+  api.RegisterStatusSpi(&spi);
+  api.counters_.receiver.datagrams.store(42);
+  api.startStatisticsTimer();
+  const std::vector<CVelmarStatistics> records = spi.waitFor(2);
+  ASSERT_GE(records.size(), 2u);
+  for (size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(records[i].Size, sizeof(CVelmarStatistics));
+    EXPECT_EQ(records[i].DatagramsReceived, 42u);
+    EXPECT_EQ(records[i].CallbacksStatus, i + 1);
+  }
+  EXPECT_GE(records[1].SampleTime - records[0].SampleTime, 50000);  // microseconds
 }
