@@ -213,22 +213,22 @@ struct CVelmarOrderBook {
 /// caller's newer fields as they were (zero them first) and says so in
 /// `Size`. Version 1 is 200 bytes; a smaller `Size` is refused.
 struct CVelmarStatistics {
-  uint32_t Size;      ///< in: the caller's size; out: the bytes filled
-  uint32_t Reserved;  ///< 0
-  int64_t SampleTime; ///< when the counters were read, microseconds since the epoch (UTC)
+  uint32_t Size;       ///< in: the caller's size; out: the bytes filled
+  uint32_t Reserved;   ///< 0
+  int64_t SampleTime;  ///< when the counters were read, microseconds since the epoch (UTC)
 
   // The multicast receiver.
-  uint64_t DatagramsReceived;   ///< every datagram the socket delivered
-  uint64_t BytesReceived;       ///< their bytes
-  uint64_t DroppedByGate;       ///< arrived while not connected and logged in
-  uint64_t DroppedBySequence;   ///< a number at or below the channel's last accepted one
-  uint64_t DroppedStale;        ///< snapshots older than the stored record
-  uint64_t SequenceGaps;        ///< forward jumps of a channel's sequence (OnFeedGap)
-  uint64_t MessagesMissing;     ///< numbers skipped by those jumps, summed
-  uint64_t ReceiveErrors;       ///< failed receive calls
-  uint64_t KernelDrops;         ///< the kernel's drop count of the feed socket (Linux; else 0)
-  uint64_t ShortDatagrams;      ///< too short for their message type, dropped
-  uint64_t DroppedUnknownChannel; ///< dropped: a channel number beyond the channel bound
+  uint64_t DatagramsReceived;      ///< every datagram the socket delivered
+  uint64_t BytesReceived;          ///< their bytes
+  uint64_t DroppedByGate;          ///< arrived while not connected and logged in
+  uint64_t DroppedBySequence;      ///< a number at or below the channel's last accepted one
+  uint64_t DroppedStale;           ///< snapshots older than the stored record
+  uint64_t SequenceGaps;           ///< forward jumps of a channel's sequence (OnFeedGap)
+  uint64_t MessagesMissing;        ///< numbers skipped by those jumps, summed
+  uint64_t ReceiveErrors;          ///< failed receive calls
+  uint64_t KernelDrops;            ///< the kernel's drop count of the feed socket (Linux; else 0)
+  uint64_t ShortDatagrams;         ///< too short for their message type, dropped
+  uint64_t DroppedUnknownChannel;  ///< dropped: a channel number beyond the channel bound
 
   // The hand-over to the book thread.
   uint64_t BookNodesQueued;     ///< messages queued for the book thread

@@ -162,7 +162,7 @@ PrintableBytes shown(const char* text) {
 
 int refuse(int code, const char* name, const char* value, const char* why) {
   LOG_ERROR << "SetOption " << shown(name) << " = " << shown(value) << " refused, " << code << ": "
-           << why;
+            << why;
   return code;
 }
 
