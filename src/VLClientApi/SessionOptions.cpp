@@ -151,8 +151,9 @@ const Option kOptions[] = {
 // Length up to the bound, reading no further than one byte beyond it, so an
 // unterminated buffer is read no further than that either.
 size_t boundedLength(const char* text, size_t bound) {
-  const void* nul = std::memchr(text, 0, bound + 1);
-  return nul ? static_cast<size_t>(static_cast<const char*>(nul) - text) : bound + 1;
+  size_t n = 0;
+  while (n <= bound && text[n] != '\0') ++n;
+  return n;
 }
 
 // The shown part of a name or value in a log line: printable, and short.
@@ -199,7 +200,7 @@ int SessionOptions::set(const char* name, const char* value, Stage stage) {
   } else {
     *this = changed;
   }
-  LOG_INFO << "SetOption " << name << " = " << shown(value);
+  LOG_INFO << "SetOption " << name << " = " << PrintableBytes{value, valueLength};
   return kNoError;
 }
 
