@@ -10,7 +10,8 @@
 #define VELMAR_MD_API_H
 
 /// @file VelmarMdApi.h
-/// The session class VelmarMdApi and the callback class VelmarMdSpi.
+/// The session class VelmarMdApi, the callback class VelmarMdSpi and the
+/// status callbacks VelmarMdStatusSpi.
 ///
 /// A session in short:
 /// @code
@@ -202,6 +203,52 @@ class VelmarMdSpi {
   virtual ~VelmarMdSpi() {}
 };
 
+/// Callbacks about the session itself: feed gaps, statistics, book states.
+/// Registered apart from VelmarMdSpi through VelmarMdApi::RegisterStatusSpi,
+/// so that VelmarMdSpi keeps its binary interface. Derive from this class and
+/// override what you need; every operation has an empty body. Callbacks added
+/// in later versions go at the end.
+///
+/// "The callback lock" below is the session lock while the option
+/// callbacks.serialize is true (the default), and the calling thread's own
+/// callback lock while it is false (see VelmarMdApi::SetOption).
+class VelmarMdStatusSpi {
+ public:
+  // Declared first: callbacks added later go at the end, behind it.
+  virtual ~VelmarMdStatusSpi() {}
+
+  /// Values of OnOrderBookStatus's `status`.
+  enum OrderBookStatus : int {
+    /// Subscribed; waits for the instrument's first feed snapshot.
+    kOrderBookWaiting = 1,
+    /// Seeded by a snapshot; the book follows the feed.
+    kOrderBookLive = 2,
+    /// A message of the book's channel went missing: the levels may be wrong
+    /// until the book is seeded again.
+    kOrderBookSuspect = 3,
+  };
+
+  /// The sequence number of channel `channelNo` jumped forward: `receivedSeq`
+  /// came where `expectedSeq` (the last accepted number + 1) was due, so
+  /// receivedSeq - expectedSeq messages are missing. The message itself is
+  /// accepted and its own callbacks follow this one. Only channels under the
+  /// sequence check (tick-by-tick orders and trades) report gaps; a channel's
+  /// first message is no gap. Multicast receiver thread, callback lock held.
+  virtual void OnFeedGap(int channelNo, int64_t expectedSeq, int64_t receivedSeq) {
+    (void)channelNo, (void)expectedSeq, (void)receivedSeq;
+  }
+  /// Every stats.interval_ms milliseconds from Init on, when that option is
+  /// set. The record is the library's own, valid during the call; its `Size`
+  /// says how much of it the library filled: check it before reading a field
+  /// that a later header added. Front loop thread, no lock held.
+  virtual void OnStatistics(const CVelmarStatistics* statistics) { (void)statistics; }
+  /// The book of `securityId` (NUL-terminated, valid during the call) changed
+  /// to `status`, one of OrderBookStatus. Book thread, callback lock held.
+  virtual void OnOrderBookStatus(const char* securityId, int status) {
+    (void)securityId, (void)status;
+  }
+};
+
 /// One market-data session. Created by CreateMdUserApi; never deleted: an
 /// initialised session's threads use the object until the process ends.
 ///
@@ -218,6 +265,10 @@ class VelmarMdSpi {
 /// | -112 | instrument array null or count 0 |
 /// | -106 | no valid exchange bit |
 /// | -107 | no valid tick type bit |
+/// | -300 | SetOption: no option has this name (also a null or over-long name) |
+/// | -301 | SetOption: the value is not one the option takes |
+/// | -302 | SetOption: the option can only be set before Init |
+/// | -303 | GetStatistics: a null record, or a Size below version 1's |
 ///
 /// Exchanges are bits: 1 Shanghai, 2 Shenzhen, 3 both. Instrument ids are
 /// passed as an array of pointers, each to a buffer of at least 16 bytes
@@ -240,8 +291,10 @@ class VLMDAPI_EXPORT VelmarMdApi {
   /// request afterwards. Not from a callback.
   virtual void Release() = 0;
   /// Starts the session: 0, -999 if it has run before, -115 for a missing or
-  /// malformed front, multicast or local address. Creates ./log/md under the
-  /// working directory for the log and sets the log level to DEBUG. Not from a
+  /// malformed front, multicast or local address. The first Init of the
+  /// process starts the log: it creates the folder (log.directory, ./log/md
+  /// under the working directory by default) and sets the log level to DEBUG,
+  /// or keeps the level that SetOption("log.level") chose. Not from a
   /// callback.
   virtual int Init() = 0;
   /// Waits until the front loop has ended (after Release). Returns 0. Not
@@ -300,6 +353,59 @@ class VLMDAPI_EXPORT VelmarMdApi {
   /// report by return code only, with no OnRspError.
   virtual int SubOrderBook(char** instrumentIds, int count, int requestId) = 0;
   virtual int UnSubOrderBook(char** instrumentIds, int count, int requestId) = 0;
+
+  // ---- Appended behind the first 25; later operations go below these. ----
+
+  /// Sets one option of the session: 0, or -300 for a name that is no
+  /// option (null, empty or over 64 bytes included), -301 for a value the
+  /// option does not take (null, over 1024 bytes, trailing characters, a
+  /// number out of range, a CPU the machine does not have), -302 for an
+  /// option that can only be set before Init. A refused option leaves the
+  /// session as it was; every call writes a log line (INFO accepted, ERR
+  /// refused, with the name and the code). Names are dotted lower case;
+  /// values are exact texts, numbers plain decimal digits. Call it from the
+  /// thread that calls Init, never at the same time as Init.
+  ///
+  /// | Name | Values | Default | Settable | Effect |
+  /// |---|---|---|---|---|
+  /// | log.level | trace, debug, info, warn, error | debug | any time | level of the process's log, at once and for every session; Init keeps a level set before it instead of setting DEBUG |
+  /// | log.directory | a folder, 1 to 1024 bytes | ./log/md | before the process's first Init | where the rolling log files go; Init creates the missing folders ('/' separates) |
+  /// | book.mode | specified | specified | before Init | how books are rebuilt; "exact" is reserved and refused (-301) for now |
+  /// | book.idle | spin, yield, block | spin | before Init | the book thread with an empty queue: polls without pause (one core busy), yields the CPU between polls, or sleeps until the receiver wakes it (near 0 % CPU without traffic) |
+  /// | book.cpu | none, or 0 to CPUs - 1 | none | before Init | pins the book thread to that CPU |
+  /// | feed.receiver_cpu | none, or 0 to CPUs - 1 | none | before Init | pins the multicast receiver thread to that CPU |
+  /// | feed.socket_buffer | 4096 to 1073741824 | 15728640 | before Init | receive buffer of the feed socket, bytes; the system may grant less (net.core.rmem_max on Linux) |
+  /// | book.queue_limit | 1 to 16777216, or unbounded | unbounded | before Init | most messages waiting for the book thread; past it the receiver drops the message for the books (counted in BookNodesDropped), and that book misses it |
+  /// | callbacks.serialize | true, false | true | before Init | see below |
+  /// | stats.interval_ms | 0 (off), or 100 to 3600000 | 0 | before Init | period of VelmarMdStatusSpi::OnStatistics |
+  ///
+  /// callbacks.serialize true: every callback that VelmarMdSpi lists as
+  /// "lock held" runs under the one session lock, whatever its thread, so no
+  /// two of them ever overlap; a slow callback holds up the other threads.
+  /// false: the front loop, the multicast receiver and the book thread each
+  /// hold a lock of their own around their callbacks instead. What stays:
+  /// the callbacks of one thread come one after another; requests from
+  /// callbacks are allowed; pointers are valid during the call only; a book
+  /// handed to OnRtnOrderBook changes during the call for no one. What goes:
+  /// callbacks of different threads may run at the same time (a slow
+  /// OnRtnOrderBook no longer holds up the receiver), so the application
+  /// guards the state its callbacks share; and the CVelmarMarketData that
+  /// OnRtnMarketData hands over may be written by the other of its two
+  /// threads (front loop, receiver) during the call.
+  virtual int SetOption(const char* name, const char* value) = 0;
+  /// Copies the session's counters into `*out`: 0, or -303 for a null
+  /// pointer or an out->Size below version 1's (200). Set out->Size to
+  /// sizeof(CVelmarStatistics) first; the library fills up to that many
+  /// bytes and sets Size to the number filled (see CVelmarStatistics). Any
+  /// thread, any time, also before Init and from callbacks; takes no lock.
+  /// Each counter is read on its own, so counters read together may be a
+  /// few events apart.
+  virtual int GetStatistics(CVelmarStatistics* out) = 0;
+  /// The object for VelmarMdStatusSpi callbacks, or null for none. Not owned;
+  /// it must stay alive until the process ends once registered. Best before
+  /// Init; a later change is safe, and callbacks already under way may still
+  /// reach the object it replaces.
+  virtual void RegisterStatusSpi(VelmarMdStatusSpi* spi) = 0;
 
   VelmarMdApi() = default;
   VelmarMdApi(const VelmarMdApi&) = default;

@@ -197,6 +197,58 @@ struct CVelmarOrderBook {
 };
 
 // ---------------------------------------------------------------------------
+// Session statistics
+// ---------------------------------------------------------------------------
+
+/// Counters of one session, read by VelmarMdApi::GetStatistics and handed to
+/// VelmarMdStatusSpi::OnStatistics. Every counter counts from the creation of
+/// the session object and never goes back; two reads a second apart give
+/// rates. Counters of things a platform can't tell stay 0.
+///
+/// Versioning: the record only ever grows at its end, and `Size` says how much
+/// of it is valid. The caller sets `Size` to sizeof(CVelmarStatistics) of the
+/// header it was compiled against; the library fills at most that many bytes
+/// and stores in `Size` how many it filled. A newer library fills an older
+/// caller's record up to the caller's size; an older library leaves the
+/// caller's newer fields as they were (zero them first) and says so in
+/// `Size`. Version 1 is 200 bytes; a smaller `Size` is refused.
+struct CVelmarStatistics {
+  uint32_t Size;       ///< in: the caller's size; out: the bytes filled
+  uint32_t Reserved;   ///< 0
+  int64_t SampleTime;  ///< when the counters were read, microseconds since the epoch (UTC)
+
+  // The multicast receiver.
+  uint64_t DatagramsReceived;      ///< every datagram the socket delivered
+  uint64_t BytesReceived;          ///< their bytes
+  uint64_t DroppedByGate;          ///< arrived while not connected and logged in
+  uint64_t DroppedBySequence;      ///< a number at or below the channel's last accepted one
+  uint64_t DroppedStale;           ///< snapshots older than the stored record
+  uint64_t SequenceGaps;           ///< forward jumps of a channel's sequence (OnFeedGap)
+  uint64_t MessagesMissing;        ///< numbers skipped by those jumps, summed
+  uint64_t ReceiveErrors;          ///< failed receive calls
+  uint64_t KernelDrops;            ///< the kernel's drop count of the feed socket (Linux; else 0)
+  uint64_t ShortDatagrams;         ///< too short for their message type, dropped
+  uint64_t DroppedUnknownChannel;  ///< dropped: a channel number beyond the channel bound
+
+  // The hand-over to the book thread.
+  uint64_t BookNodesQueued;     ///< messages queued for the book thread
+  uint64_t BookNodesDropped;    ///< not queued: the queue held book.queue_limit nodes
+  uint64_t BookQueueHighWater;  ///< most nodes in the queue at one time
+  uint64_t BookNodesHandled;    ///< taken from the queue by the book thread
+  uint64_t BooksPublished;      ///< books handed out (OnRtnOrderBook calls)
+
+  // Callbacks made, by kind, on every thread.
+  uint64_t CallbacksSession;     ///< OnFrontConnected, OnFrontDisconnected, OnHeartBeatWarning
+  uint64_t CallbacksResponse;    ///< the OnRsp callbacks but OnRspError
+  uint64_t CallbacksError;       ///< OnRspError
+  uint64_t CallbacksMarketData;  ///< OnRtnMarketData
+  uint64_t CallbacksTickByTick;  ///< OnRtnTickByTick
+  uint64_t CallbacksOrderBook;   ///< OnRtnOrderBook
+  uint64_t CallbacksStatus;      ///< VelmarMdStatusSpi callbacks
+  // Version 2 and later append here.
+};
+
+// ---------------------------------------------------------------------------
 // Layout pins: these are wire and ABI facts.
 // ---------------------------------------------------------------------------
 static_assert(sizeof(CVelmarReqUserLogin) == 158, "CVelmarReqUserLogin layout");
@@ -291,5 +343,17 @@ static_assert(offsetof(CVelmarOrderBook, UpdateTime) == 376, "CVelmarOrderBook l
 static_assert(offsetof(CVelmarOrderBook, BidOrders) == 384, "CVelmarOrderBook layout");
 static_assert(offsetof(CVelmarOrderBook, AskOrders) == 384 + 10 * sizeof(std::string),
               "CVelmarOrderBook layout");
+
+static_assert(sizeof(CVelmarStatistics) == 200, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, Reserved) == 4, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, SampleTime) == 8, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, DatagramsReceived) == 16, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, SequenceGaps) == 56, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, KernelDrops) == 80, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, DroppedUnknownChannel) == 96, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, BookNodesQueued) == 104, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, BooksPublished) == 136, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, CallbacksSession) == 144, "CVelmarStatistics layout");
+static_assert(offsetof(CVelmarStatistics, CallbacksStatus) == 192, "CVelmarStatistics layout");
 
 #endif  // VELMAR_MD_STRUCT_H

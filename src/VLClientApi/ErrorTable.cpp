@@ -5,8 +5,9 @@ namespace mdapi {
 
 namespace {
 
-// The ids run 0..-8, -100..-139, -200..-207, -999 and -1001..-1009. The texts
-// are the front's own, spelling included: applications compare them.
+// The ids run 0..-8, -100..-139, -200..-207, -300..-303, -999 and
+// -1001..-1009. The texts are the front's own, spelling included:
+// applications compare them; -300..-303 are the library's own.
 const char* const kGeneral[] = {
     "No error",
     "Netwrok error",
@@ -75,6 +76,13 @@ const char* const kStorage[] = {
     "Can't find invester account",    // -207
 };
 
+const char* const kOptions[] = {
+    "Unknown option",                      // -300
+    "Invalid option value",                // -301
+    "Option can only be set before Init",  // -302
+    "Invalid statistics record",           // -303
+};
+
 const char* const kDatabase[] = {
     "Init database failed",     // -1001
     "Connect database failed",  // -1002
@@ -103,6 +111,8 @@ std::string errorText(int16_t id) {
     text = pick(kRequest, -100, id);
   } else if (id <= -200 && id >= -207) {
     text = pick(kStorage, -200, id);
+  } else if (id <= -300 && id >= -303) {
+    text = pick(kOptions, -300, id);
   } else if (id == -999) {
     text = "Internal error";
   } else if (id <= -1001 && id >= -1009) {

@@ -19,6 +19,11 @@ enum ErrorId : int {
   kRequestError = -117,
   kDuplicatedLogin = -119,
   kFieldCheckError = -120,
+  // The library's own, for its options and statistics: no front sends them.
+  kUnknownOption = -300,
+  kInvalidOptionValue = -301,
+  kOptionOnlyBeforeInit = -302,
+  kInvalidStatisticsRecord = -303,
   kInternalError = -999,
 };
 

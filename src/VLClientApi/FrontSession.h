@@ -82,6 +82,10 @@ class FrontSession {
     newTradingDay_ = std::move(callback);
   }
 
+  /// The front loop once startLoop has run, else null. Lives until the end
+  /// of the process.
+  net::EventLoop* loop() const { return loop_; }
+
   // ---- Front loop thread ----
   void onConnection(const net::TcpConnectionPtr& conn);
   void onMessage(const net::TcpConnectionPtr& conn, net::Buffer* buffer, Timestamp receiveTime);

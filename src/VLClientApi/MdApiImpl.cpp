@@ -106,8 +106,9 @@ int MdApiImpl::Init() {
     books_.clearOrderBooks();
     front_.subscriptions().clearMarketData();
   }
-  makeLogDirectory(kLogDirectory);  // without it the log file can't open; not fatal
-  setUpProcessLog();
+  // Without the folder the log file can't open; not fatal.
+  makeLogDirectory(options_.logDirectory);
+  setUpProcessLog(options_.logDirectory, options_.logLevelSet);
   LOG_INFO << "server begin to init";
 
   if (!parseAddress(frontAddresses_, &frontHost_, &frontPort_)) {
@@ -123,6 +124,7 @@ int MdApiImpl::Init() {
   net::InetAddress serverAddr(frontHost_.c_str(), portNumber(frontPort_));
 
   front_.startLoop();
+  startStatisticsTimer();
   if (!localTcpAddresses_.empty()) {
     std::string localHost, localPort;
     if (!parseAddress(localTcpAddresses_, &localHost, &localPort)) {

@@ -27,7 +27,9 @@
 #include "VLClientApi/FrontSession.h"
 #include "VLClientApi/OrderBooks.h"
 #include "VLClientApi/SecurityIdKey.h"
+#include "VLClientApi/SessionCounters.h"
 #include "VLClientApi/SessionCore.h"
+#include "VLClientApi/SessionOptions.h"
 #include "VelmarMdApi.h"
 
 namespace velmar {
@@ -79,6 +81,15 @@ class MdApiImpl : public VelmarMdApi, private SessionCore {
   static bool parseAddress(const std::vector<std::string>& list, std::string* host,
                            std::string* port);
 
+  // ---- Options, statistics, status callbacks (MdApiOptions.cpp) ----
+  /// Application thread, never beside Init. log.level takes effect at once;
+  /// log.directory is refused once the process log runs (first Init of any
+  /// session), every other option once this session's Init went through.
+  int SetOption(const char* name, const char* value) override;
+  /// Any thread, no lock: reads counters_.
+  int GetStatistics(CVelmarStatistics* out) override;
+  void RegisterStatusSpi(VelmarMdStatusSpi* spi) override;
+
  private:
   friend class TestAccess;
 
@@ -98,6 +109,22 @@ class MdApiImpl : public VelmarMdApi, private SessionCore {
   FrontSession front_;
   Feed feed_;
   FrontRequests requests_;
+
+  // ---- Options, statistics, status callbacks (MdApiOptions.cpp) ----
+  /// Init, once the front loop runs: every stats.interval_ms,
+  /// reportStatistics on the front loop. Nothing when the option is 0.
+  void startStatisticsTimer();
+  /// Front loop thread, no lock: OnStatistics with a fresh record, if a
+  /// status object is registered.
+  void reportStatistics();
+  /// The status callbacks' object or null; any thread reads it, acquire.
+  VelmarMdStatusSpi* statusSpi() const { return statusSpi_.load(std::memory_order_acquire); }
+  /// Written by SetOption before Init only (but logLevel); read without a
+  /// lock by the session's threads after it.
+  SessionOptions options_;
+  /// Written by the threads that own each group, read by GetStatistics.
+  SessionCounters counters_;
+  std::atomic<VelmarMdStatusSpi*> statusSpi_{nullptr};
 };
 
 }  // namespace mdapi

@@ -1,5 +1,6 @@
 #include "VLClientApi/ProcessLog.h"
 
+#include <atomic>
 #include <cstdlib>
 
 #include "utility/AsyncLogging.h"
@@ -9,47 +10,56 @@
 namespace velmar {
 namespace mdapi {
 
-const char kLogDirectory[] = "./log/md";
-
 namespace {
 
-const char kLogBaseName[] = "./log/md/velmarApi";
+const char kLogBaseName[] = "velmarApi";
 constexpr int64_t kLogRollSize = 500000000;
 constexpr int kLogFlushInterval = 3;
+// FATAL and THROW wait this long for their line and those before it to reach
+// the file; the writer alone would take up to its flush interval.
+constexpr double kEndFlushSeconds = 2.0;
 
-// The process's one log writer, built by the first Init. The receiver and
-// book threads log until the very end of the process, also while static
-// objects are being destroyed, so the writer is never destroyed: at exit it
-// is stopped, which writes what was handed over, and later lines are dropped.
-utility::AsyncLogging& processLog() {
-  static utility::AsyncLogging* log = [] {
-    auto* created = new utility::AsyncLogging(kLogBaseName, kLogRollSize, kLogFlushInterval);
-    std::atexit([] { processLog().stop(); });
+// The process's one log writer, built by the first Init in the folder that
+// session chose. The receiver and book threads log until the very end of the
+// process, also while static objects are being destroyed, so the writer is
+// never destroyed: at exit it is stopped, which writes what was handed over,
+// and later lines are dropped.
+std::atomic<utility::AsyncLogging*> g_processLog{nullptr};
+
+utility::AsyncLogging& processLog(const std::string& directory) {
+  static utility::AsyncLogging* log = [&directory] {
+    auto* created = new utility::AsyncLogging(directory + "/" + kLogBaseName, kLogRollSize,
+                                              kLogFlushInterval);
+    std::atexit([] { g_processLog.load()->stop(); });
+    g_processLog.store(created);
     return created;
   }();
   return *log;
 }
 
-void writeToProcessLog(const char* line, int length) {
-  processLog().append(line, length);
-}
+void writeToProcessLog(const char* line, int length) { g_processLog.load()->append(line, length); }
 
-// FATAL and THROW wait this long for their line and those before it to reach
-// the file; the writer alone would take up to its flush interval.
-constexpr double kEndFlushSeconds = 2.0;
-void flushProcessLog() { processLog().flush(kEndFlushSeconds); }
+void flushAtTheEnd() { flushProcessLog(kEndFlushSeconds); }
 
 }  // namespace
 
-void setUpProcessLog() {
+void setUpProcessLog(const std::string& directory, bool keepLevel) {
   if (utility::Logger::output() != utility::Logger::defaultOutput()) return;
-  utility::AsyncLogging& log = processLog();
+  utility::AsyncLogging& log = processLog(directory);
   utility::Logger::setOutput(writeToProcessLog);
-  utility::Logger::setFlush(flushProcessLog);
+  utility::Logger::setFlush(flushAtTheEnd);
   // DEBUG, whatever the environment said: request and answer records appear
-  // in the log in text form, and so do the book thread's lines.
-  utility::Logger::setLogLevel(utility::Logger::DEBUG);
+  // in the log in text form, and so do the book thread's lines. A level the
+  // application chose through SetOption stands.
+  if (!keepLevel) utility::Logger::setLogLevel(utility::Logger::DEBUG);
   log.start();
+}
+
+bool processLogStarted() { return g_processLog.load() != nullptr; }
+
+bool flushProcessLog(double seconds) {
+  utility::AsyncLogging* log = g_processLog.load();
+  return log != nullptr && log->flush(seconds);
 }
 
 bool makeLogDirectory(const std::string& path) {

@@ -11,13 +11,19 @@
 namespace velmar {
 namespace mdapi {
 
-/// The log directory, which the log file needs before it can open.
-extern const char kLogDirectory[];
+/// Points the logger at the process's writer, with its files in `directory`,
+/// and starts it, once per process; a later call, or one after an
+/// application set an output of its own, does nothing. Sets the level to
+/// DEBUG unless `keepLevel` (the application chose one through SetOption).
+void setUpProcessLog(const std::string& directory, bool keepLevel);
 
-/// Points the logger at the process's writer and starts it, once per process;
-/// a later call, or one after an application set an output of its own, does
-/// nothing. Sets the level to DEBUG.
-void setUpProcessLog();
+/// Any thread: true once the first Init of the process built the writer.
+bool processLogStarted();
+
+/// Any thread but the writer's: waits up to `seconds` until the lines written
+/// so far are in the file; false if they are not, or no writer runs. The
+/// FATAL and THROW paths use it; so do tests.
+bool flushProcessLog(double seconds);
 
 /// Creates each missing directory of a path; only "/" separates. False if a
 /// directory could not be made.

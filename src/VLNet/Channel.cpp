@@ -64,7 +64,9 @@ void Channel::handleEventWithGuard(Timestamp receiveTime) {
   } handling(handlingEvents_);
   LOG_TRACE << eventsToString(fd_, revents_);
   if ((revents_ & platform::kPollHup) && !(revents_ & platform::kPollIn)) {
-    if (warnOnHangUp_) LOG_WARN << "fd = " << fd_ << " Channel::handle_event() POLLHUP";
+    if (warnOnHangUp_) {
+      LOG_WARN << "fd = " << fd_ << " Channel::handle_event() POLLHUP";
+    }
     if (closeCallback_) closeCallback_();
   }
   if (revents_ & platform::kPollNval) {

@@ -113,7 +113,8 @@ void appendQualifiedName(LogStream& stream, const char* prettyFunction);
 #define LOG_INFO                                                                        \
   VELMAR_LOG_IF(::velmar::utility::Logger::logLevel() <= ::velmar::utility::Logger::INFO) \
   ::velmar::utility::Logger(__FILE__, __LINE__).stream()
-#define LOG_WARN \
+#define LOG_WARN                                                                        \
+  VELMAR_LOG_IF(::velmar::utility::Logger::logLevel() <= ::velmar::utility::Logger::WARN) \
   ::velmar::utility::Logger(__FILE__, __LINE__, ::velmar::utility::Logger::WARN).stream()
 #define LOG_ERROR \
   ::velmar::utility::Logger(__FILE__, __LINE__, ::velmar::utility::Logger::ERR).stream()

@@ -12,6 +12,8 @@
 #include <process.h>
 #else
 #include <fcntl.h>
+#include <pthread.h>
+#include <sched.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -171,6 +173,19 @@ int64_t processId() { return ::_getpid(); }
 bool pathExists(const char* path) { return ::_access(path, 0) == 0; }
 bool makeDirectory(const char* path) { return ::_mkdir(path) == 0; }
 
+// The processors of the calling thread's group: an affinity mask reaches no
+// further, so a CPU beyond them can't be pinned to.
+int cpuCount() {
+  SYSTEM_INFO info;
+  ::GetSystemInfo(&info);
+  return static_cast<int>(info.dwNumberOfProcessors);
+}
+
+bool pinCurrentThread(int cpu) {
+  if (cpu < 0 || cpu >= cpuCount() || cpu >= 64) return false;
+  return ::SetThreadAffinityMask(::GetCurrentThread(), static_cast<DWORD_PTR>(1) << cpu) != 0;
+}
+
 #else
 
 void startupSockets() {}
@@ -312,6 +327,19 @@ void localTime(time_t seconds, struct tm* out) { ::localtime_r(&seconds, out); }
 int64_t processId() { return ::getpid(); }
 bool pathExists(const char* path) { return ::access(path, F_OK) == 0; }
 bool makeDirectory(const char* path) { return ::mkdir(path, 0755) == 0; }
+
+int cpuCount() {
+  const long n = ::sysconf(_SC_NPROCESSORS_ONLN);
+  return n > 0 ? static_cast<int>(n) : 1;
+}
+
+bool pinCurrentThread(int cpu) {
+  if (cpu < 0 || cpu >= cpuCount() || cpu >= CPU_SETSIZE) return false;
+  cpu_set_t set;
+  CPU_ZERO(&set);
+  CPU_SET(cpu, &set);
+  return ::pthread_setaffinity_np(::pthread_self(), sizeof set, &set) == 0;
+}
 
 #endif
 

@@ -1,6 +1,7 @@
 // The thin layer over what differs between Windows and POSIX: socket headers,
 // socket error numbers, poll, thread ids, the clock, local time, the host
-// name, the process id and directories. Everything above it is one code path.
+// name, the process id, directories and CPUs. Everything above it is one code
+// path.
 #pragma once
 
 #include <cstddef>
@@ -190,6 +191,14 @@ std::string hostName();
 bool pathExists(const char* path);
 bool makeDirectory(const char* path);
 void sleepMs(int milliseconds);
+/// CPUs a thread can be pinned to, numbered 0 to cpuCount() - 1: the online
+/// ones on Linux, those of the calling thread's processor group on Windows.
+/// At least 1.
+int cpuCount();
+/// Binds the calling thread to one CPU; false (nothing changed) for a CPU
+/// out of range or a refusal by the system, such as a CPU outside the
+/// process's allowed set.
+bool pinCurrentThread(int cpu);
 
 }  // namespace platform
 }  // namespace velmar

@@ -31,6 +31,13 @@ class TestAccess {
   static FrontSession& front(MdApiImpl& api) { return api.front_; }
   static Subscriptions& subscriptions(MdApiImpl& api) { return api.front_.subscriptions(); }
 
+  /// As Init leaves the session, without its threads.
+  static void markStarted(MdApiImpl& api) { api.started_.store(true); }
+  static const SessionOptions& options(MdApiImpl& api) { return api.options_; }
+  static SessionCounters& counters(MdApiImpl& api) { return api.counters_; }
+  static void startStatisticsTimer(MdApiImpl& api) { api.startStatisticsTimer(); }
+  static void reportStatistics(MdApiImpl& api) { api.reportStatistics(); }
+
   // ---- Front session ----
   /// Stops the connector and closes a live connection; the loop runs on.
   static void stopClient(FrontSession& front) { front.client_->stop(); }

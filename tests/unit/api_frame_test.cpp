@@ -28,16 +28,21 @@ long slotOf(F f) {
   return static_cast<long>((raw - 1) / sizeof(void*));
 }
 
-// Each slot must be its place in the list.
+// Each slot must be its place in the list, counted from `first`.
+template <typename... F>
+void expectSlotsFrom(long first, F... f) {
+  const long slots[] = {slotOf(f)...};
+  for (long i = 0; i < static_cast<long>(sizeof...(F)); ++i) EXPECT_EQ(slots[i], first + i);
+}
 template <typename... F>
 void expectSlotsInOrder(F... f) {
-  const long slots[] = {slotOf(f)...};
-  for (long i = 0; i < static_cast<long>(sizeof...(F)); ++i) EXPECT_EQ(slots[i], i);
+  expectSlotsFrom(0, f...);
 }
 
 }  // namespace
 
 // The virtual destructor of the callbacks takes the slots behind the last one.
+// The operations added in 1.1 follow UnSubOrderBook.
 TEST(BinaryInterface, OperationsAndCallbacksStandInTableOrder) {
   using A = VelmarMdApi;
   using S = VelmarMdSpi;
@@ -47,7 +52,8 @@ TEST(BinaryInterface, OperationsAndCallbacksStandInTableOrder) {
       &A::RegisterSpi, &A::SetHeartbeatTimeout, &A::ReqUserLogin, &A::ReqUserLogout,
       &A::SubAllMarketData, &A::UnSubAllMarketData, &A::SubAllTickByTick, &A::UnSubAllTickByTick,
       &A::SubMarketData, &A::UnSubMarketData, &A::SubTickByTick, &A::UnSubTickByTick,
-      &A::SubAllOrderBook, &A::UnSubAllOrderBook, &A::SubOrderBook, &A::UnSubOrderBook);
+      &A::SubAllOrderBook, &A::UnSubAllOrderBook, &A::SubOrderBook, &A::UnSubOrderBook,
+      &A::SetOption, &A::GetStatistics, &A::RegisterStatusSpi);
   expectSlotsInOrder(&S::OnFrontConnected, &S::OnFrontDisconnected, &S::OnHeartBeatWarning,
                      &S::OnRspError, &S::OnRspUserLogin, &S::OnRspUserLogout,
                      &S::OnRspSubAllMarketData, &S::OnRspUnSubAllMarketData,
@@ -55,6 +61,10 @@ TEST(BinaryInterface, OperationsAndCallbacksStandInTableOrder) {
                      &S::OnRspUnSubMarketData, &S::OnRspSubTickByTick, &S::OnRspUnSubTickByTick,
                      &S::OnRtnMarketData, &S::OnRtnTickByTick, &S::OnRtnOrderBook,
                      &S::OnRspSubOrderBook, &S::OnRspUnSubOrderBook);
+  // The status callbacks stand behind the two slots of the virtual
+  // destructor, which comes first so that later callbacks append.
+  using T = velmar::mdapi::VelmarMdStatusSpi;
+  expectSlotsFrom(2, &T::OnFeedGap, &T::OnStatistics, &T::OnOrderBookStatus);
 }
 
 // The version text comes from project() through a generated header; the build
@@ -83,10 +93,12 @@ TEST(ErrorTable, TextsOfEveryRunAndTheGapsBetween) {
   EXPECT_EQ(errorText(-139), "User existed");
   EXPECT_EQ(errorText(-200), "Unavailable exchange");
   EXPECT_EQ(errorText(-207), "Can't find invester account");
+  EXPECT_EQ(errorText(-300), "Unknown option");
+  EXPECT_EQ(errorText(-303), "Invalid statistics record");
   EXPECT_EQ(errorText(-999), "Internal error");
   EXPECT_EQ(errorText(-1001), "Init database failed");
   EXPECT_EQ(errorText(-1009), "Check config failed");
-  for (int id : {1, -9, -99, -140, -199, -208, -998, -1000, -1010, -32768})
+  for (int id : {1, -9, -99, -140, -199, -208, -299, -304, -998, -1000, -1010, -32768})
     EXPECT_EQ(errorText(static_cast<int16_t>(id)), "Unknow error") << id;
 }
 
