@@ -106,6 +106,7 @@ int MdApiImpl::Init() {
     books_.clearOrderBooks();
     front_.subscriptions().clearMarketData();
   }
+  serializeCallbacks_ = options_.serializeCallbacks;
   // Without the folder the log file can't open; not fatal.
   makeLogDirectory(options_.logDirectory);
   setUpProcessLog(options_.logDirectory, options_.logLevelSet);

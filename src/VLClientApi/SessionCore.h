@@ -26,8 +26,33 @@ namespace velmar {
 namespace mdapi {
 
 struct SessionCore {
+  /// The three threads that call the application.
+  enum class Caller { kFront, kFeed, kBooks };
+
   utility::MutexLock mutex_;
   VelmarMdSpi* spi_ = nullptr;
+
+  /// callbacks.serialize, copied by Init before any thread starts and never
+  /// changed after. True: every callback runs under mutex_, so none overlap.
+  /// False: each caller holds its own lock below around its callbacks, so a
+  /// slow callback of one thread holds up no other; state that mutex_ guards
+  /// is then read under mutex_ and handed to the callback as a copy.
+  bool serializeCallbacks_ = true;
+  utility::MutexLock frontCallbackMutex_;
+  utility::MutexLock feedCallbackMutex_;
+  utility::MutexLock booksCallbackMutex_;
+  /// The lock `caller` holds around its callbacks.
+  utility::MutexLock& callbackMutex(Caller caller) {
+    if (serializeCallbacks_) return mutex_;
+    switch (caller) {
+      case Caller::kFront:
+        return frontCallbackMutex_;
+      case Caller::kFeed:
+        return feedCallbackMutex_;
+      default:
+        return booksCallbackMutex_;
+    }
+  }
 
   /// The front connection is up. Front thread writes; the feed gate and the
   /// requests read.
