@@ -11,6 +11,9 @@ namespace mdapi {
 enum ErrorId : int {
   kNoError = 0,
   kNotLoggedIn = -100,
+  kCantFindUser = -101,
+  kWrongPassword = -102,
+  kInvalidTid = -104,
   kInvalidExchange = -106,
   kInvalidTickType = -107,
   kInvalidVolume = -112,

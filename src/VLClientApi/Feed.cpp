@@ -217,8 +217,8 @@ void Feed::onSzseOrder(CVelmarTickByTick* record, const char* body) {
   }
 
   startTickRecord(record, 2, securityId, seq, loadLE<int64_t>(body + m::OrderTime), 1, channel);
-  record->Price = scaled(loadLE<uint64_t>(body + m::Price), 10000);
-  record->Qty = scaledWhole(loadLE<uint64_t>(body + m::OrderQty), 100);
+  record->Price = scaled(loadLE<uint64_t>(body + m::Price), m::PriceDiv);
+  record->Qty = scaledWhole(loadLE<uint64_t>(body + m::OrderQty), m::OrderQtyDiv);
   record->Side = body[m::Side];
   record->OrdType = body[m::OrdType];
   prev = seq;  // orders store their number before the callback
@@ -241,8 +241,8 @@ void Feed::onSzseTrade(CVelmarTickByTick* record, const char* body) {
   }
 
   startTickRecord(record, 2, securityId, seq, loadLE<int64_t>(body + m::TransactTime), 2, channel);
-  record->Price = scaled(loadLE<uint64_t>(body + m::LastPx), 10000);
-  record->Qty = scaledWhole(loadLE<uint64_t>(body + m::LastQty), 100);
+  record->Price = scaled(loadLE<uint64_t>(body + m::LastPx), m::LastPxDiv);
+  record->Qty = scaledWhole(loadLE<uint64_t>(body + m::LastQty), m::LastQtyDiv);
   // The Shenzhen trade carries no money. The field holds the channel number,
   // as the front's own records do; nothing in the library reads it.
   record->TradeMoney = static_cast<double>(channel);
@@ -265,9 +265,9 @@ void Feed::onSseTrade(CVelmarTickByTick* record, const char* datagram) {
   if (!sequenceAdvances(prev, seq)) return;  // Shanghai refusals are silent
 
   startTickRecord(record, 1, securityId, seq, loadLE<uint32_t>(datagram + m::TradeTime), 2, channel);
-  record->Price = scaled(loadLE<uint32_t>(datagram + m::TradePrice), 1000);
-  record->Qty = scaledWhole(loadLE<uint64_t>(datagram + m::TradeQty), 1000);
-  record->TradeMoney = scaled(loadLE<uint64_t>(datagram + m::TradeMoney), 100000);
+  record->Price = scaled(loadLE<uint32_t>(datagram + m::TradePrice), m::TradePriceDiv);
+  record->Qty = scaledWhole(loadLE<uint64_t>(datagram + m::TradeQty), m::TradeQtyDiv);
+  record->TradeMoney = scaled(loadLE<uint64_t>(datagram + m::TradeMoney), m::TradeMoneyDiv);
   record->BidApplSeqNum = static_cast<int64_t>(loadLE<uint64_t>(datagram + m::TradeBuyNo));
   record->OfferApplSeqNum = static_cast<int64_t>(loadLE<uint64_t>(datagram + m::TradeSellNo));
   record->TradeFlag = datagram[m::TradeBSFlag];

@@ -1,14 +1,16 @@
 // The update rules of a Shenzhen order book: orders, trades and cancellations,
 // snapshots. See OrderBookRules.h for the contract of each function.
 //
-// Prices. A book mixes prices from snapshots (raw / 1000000) and from orders
-// and trades (raw / 10000), and finds levels by exact double equality. That
-// works because each price is exactly one division of an exactly representable
-// integer, correctly rounded, so the same decimal price gives the same double
-// from either source. No other arithmetic may touch these conversions (the
+// Prices. A book mixes prices from snapshots and from orders and trades, whose
+// divisors differ (see the layouts in FeedMessages.h), and finds levels by
+// exact double equality. That works because each price is exactly one division
+// of an exactly representable integer by an exactly representable power of
+// ten, correctly rounded, so the same decimal price gives the same double from
+// either source. No other arithmetic may touch these conversions (the
 // build also forbids contracting a multiply and an add into one instruction).
 //
-// Quantities are raw / 100 in double precision, truncated toward zero.
+// Quantities are the raw value divided by the layout's divisor in double
+// precision, truncated toward zero.
 //
 // Sums and differences of quantities wrap instead of overflowing: the feed
 // decides their size, and a hostile value must not be undefined behaviour.
@@ -27,6 +29,7 @@
 #include <emmintrin.h>
 #endif
 
+#include "VLClientApi/FeedMessages.h"
 #include "utility/ByteOrder.h"
 #include "utility/Logging.h"
 
@@ -40,17 +43,11 @@ namespace {
 constexpr char kLoopName[] = "velmar::mdapi::MdApiImpl::runOrderBook";
 constexpr int kLevels = 10;
 
-inline double tickPrice(uint64_t raw) {
-  return static_cast<double>(raw) / 10000.0;
+inline double scaled(uint64_t raw, double divisor) {
+  return static_cast<double>(raw) / divisor;
 }
-inline double snapshotPrice(uint32_t raw) {
-  return static_cast<double>(raw) / 1000000.0;
-}
-inline double snapshotValue(uint64_t raw) {
-  return static_cast<double>(raw) / 10000.0;
-}
-inline int64_t wholeQty(uint64_t raw) {
-  return static_cast<int64_t>(static_cast<double>(raw) / 100.0);
+inline int64_t scaledWhole(uint64_t raw, double divisor) {
+  return static_cast<int64_t>(static_cast<double>(raw) / divisor);
 }
 
 inline int64_t wrapAdd(int64_t a, int64_t b) {
@@ -324,8 +321,8 @@ bool bookAccepts(const CVelmarOrderBook& book, const char* body, int32_t kind) {
 void applyOrder(CVelmarOrderBook& book, const char* body) {
   namespace m = feed::szse_order;
   const uint64_t rawPrice = loadLE<uint64_t>(body + m::Price);
-  const double p = tickPrice(rawPrice);
-  const int64_t q = wholeQty(loadLE<uint64_t>(body + m::OrderQty));
+  const double p = scaled(rawPrice, m::PriceDiv);
+  const int64_t q = scaledWhole(loadLE<uint64_t>(body + m::OrderQty), m::OrderQtyDiv);
   const char sideCode = body[m::Side];
   char entry[24];
   const size_t len = formatEntry(entry, loadLE<int64_t>(body + m::ApplSeqNum));
@@ -373,8 +370,8 @@ void applyOrder(CVelmarOrderBook& book, const char* body) {
 
 void applyTrade(CVelmarOrderBook& book, const char* body) {
   namespace m = feed::szse_trade;
-  const double p = tickPrice(loadLE<uint64_t>(body + m::LastPx));
-  const int64_t q = wholeQty(loadLE<uint64_t>(body + m::LastQty));
+  const double p = scaled(loadLE<uint64_t>(body + m::LastPx), m::LastPxDiv);
+  const int64_t q = scaledWhole(loadLE<uint64_t>(body + m::LastQty), m::LastQtyDiv);
   switch (body[m::ExecType]) {
     case 'F':
       applyExecution(book, p, q);
@@ -390,18 +387,19 @@ void applyTrade(CVelmarOrderBook& book, const char* body) {
 void applySnapshot(CVelmarOrderBook& book, const char* body) {
   namespace m = feed::szse_snapshot;
   LOG_DEBUG_IN("MdApiImpl.cpp", kLoopName) << "[Test]start to refresh orderbook  by md!";
-  book.LastPrice = snapshotPrice(loadLE<uint32_t>(body + m::LastPx));
-  book.TotalVolume = wholeQty(loadLE<uint64_t>(body + m::TotalVolumeTrade));
-  book.TotalValue = snapshotValue(loadLE<uint64_t>(body + m::TotalValueTrade));
+  book.LastPrice = scaled(loadLE<uint32_t>(body + m::LastPx), m::LastPxDiv);
+  book.TotalVolume =
+      scaledWhole(loadLE<uint64_t>(body + m::TotalVolumeTrade), m::TotalVolumeTradeDiv);
+  book.TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), m::TotalValueTradeDiv);
   book.NumTrades = loadLE<int64_t>(body + m::NumTrades);
   book.UpdateTime = loadLE<int64_t>(body + m::OrigTime);
   // Prices and quantities of all levels; the order lists stay at their
   // indexes whatever prices the levels now have.
   for (int i = 0; i < kLevels; ++i) {
-    book.Bid[i] = snapshotPrice(loadLE<uint32_t>(body + m::BidPx + 4 * i));
-    book.BidQty[i] = wholeQty(loadLE<uint64_t>(body + m::BidQty + 8 * i));
-    book.Ask[i] = snapshotPrice(loadLE<uint32_t>(body + m::OfferPx + 4 * i));
-    book.AskQty[i] = wholeQty(loadLE<uint64_t>(body + m::OfferQty + 8 * i));
+    book.Bid[i] = scaled(loadLE<uint32_t>(body + m::BidPx + 4 * i), m::BidPxDiv);
+    book.BidQty[i] = scaledWhole(loadLE<uint64_t>(body + m::BidQty + 8 * i), m::BidQtyDiv);
+    book.Ask[i] = scaled(loadLE<uint32_t>(body + m::OfferPx + 4 * i), m::OfferPxDiv);
+    book.AskQty[i] = scaledWhole(loadLE<uint64_t>(body + m::OfferQty + 8 * i), m::OfferQtyDiv);
   }
 }
 

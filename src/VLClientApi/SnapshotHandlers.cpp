@@ -5,7 +5,7 @@
 // Numbers with implied decimals are converted as the raw unsigned integer
 // divided in double precision, truncated toward zero where the record's field
 // is an integer. The divisors differ between messages even for the same kind
-// of value; each one below is the one of its own message.
+// of value; each one below is taken from its own message's layout.
 #include "VLClientApi/SnapshotHandlers.h"
 
 #include <algorithm>
@@ -41,15 +41,22 @@ inline bool isStale(const CVelmarMarketData& record, int64_t volume, int64_t tim
   return record.TotalVolume > volume || (record.TotalVolume == volume && record.UpdateTime >= time);
 }
 
+/// One array of a ten-level snapshot: where it starts and its divisor.
+struct LevelArray {
+  size_t offset;
+  double divisor;
+};
+
 /// The ten price levels of both ten-level snapshots: u32 prices and u64
 /// quantities, each array packed behind its start offset.
-inline void writeLevels(CVelmarMarketData* r, const char* msg, size_t bidPx, size_t bidQty,
-                        size_t offerPx, size_t offerQty, double pxDivisor, double qtyDivisor) {
+inline void writeLevels(CVelmarMarketData* r, const char* msg, LevelArray bidPx, LevelArray bidQty,
+                        LevelArray offerPx, LevelArray offerQty) {
   for (size_t i = 0; i < 10; ++i) {
-    r->BidPrice[i] = scaled(loadLE<uint32_t>(msg + bidPx + 4 * i), pxDivisor);
-    r->AskPrice[i] = scaled(loadLE<uint32_t>(msg + offerPx + 4 * i), pxDivisor);
-    r->BidVolume[i] = scaledWhole(loadLE<uint64_t>(msg + bidQty + 8 * i), qtyDivisor);
-    r->AskVolume[i] = scaledWhole(loadLE<uint64_t>(msg + offerQty + 8 * i), qtyDivisor);
+    r->BidPrice[i] = scaled(loadLE<uint32_t>(msg + bidPx.offset + 4 * i), bidPx.divisor);
+    r->AskPrice[i] = scaled(loadLE<uint32_t>(msg + offerPx.offset + 4 * i), offerPx.divisor);
+    r->BidVolume[i] = scaledWhole(loadLE<uint64_t>(msg + bidQty.offset + 8 * i), bidQty.divisor);
+    r->AskVolume[i] =
+        scaledWhole(loadLE<uint64_t>(msg + offerQty.offset + 8 * i), offerQty.divisor);
   }
 }
 
@@ -83,47 +90,57 @@ void SnapshotHandlers::onSseSnapshot(const char* datagram) {
   if (r == nullptr) return;
 
   const uint32_t time = loadLE<uint32_t>(datagram + m::DataTimeStamp);
-  const int64_t volume = scaledWhole(loadLE<uint64_t>(datagram + m::TotalVolumeTrade), 1000);
+  const int64_t volume =
+      scaledWhole(loadLE<uint64_t>(datagram + m::TotalVolumeTrade), m::TotalVolumeTradeDiv);
   if (isStale(*r, volume, time)) return;
 
   r->ExchangeID = 1;
   r->SecurityType = 1;
   std::memcpy(r->SecurityID, securityId, 8);
-  r->LastPrice = scaled(loadLE<uint32_t>(datagram + m::LastPx), 1000);
-  r->PreClosePrice = scaled(loadLE<uint32_t>(datagram + m::PreClosePx), 1000);
-  r->OpenPrice = scaled(loadLE<uint32_t>(datagram + m::OpenPx), 1000);
-  r->HighPrice = scaled(loadLE<uint32_t>(datagram + m::HighPx), 1000);
-  r->LowPrice = scaled(loadLE<uint32_t>(datagram + m::LowPx), 1000);
+  r->LastPrice = scaled(loadLE<uint32_t>(datagram + m::LastPx), m::LastPxDiv);
+  r->PreClosePrice = scaled(loadLE<uint32_t>(datagram + m::PreClosePx), m::PreClosePxDiv);
+  r->OpenPrice = scaled(loadLE<uint32_t>(datagram + m::OpenPx), m::OpenPxDiv);
+  r->HighPrice = scaled(loadLE<uint32_t>(datagram + m::HighPx), m::HighPxDiv);
+  r->LowPrice = scaled(loadLE<uint32_t>(datagram + m::LowPx), m::LowPxDiv);
   r->UpdateTime = time;
   r->TotalVolume = volume;
-  r->TotalValue = scaled(loadLE<uint64_t>(datagram + m::TotalValueTrade), 100000);
+  r->TotalValue = scaled(loadLE<uint64_t>(datagram + m::TotalValueTrade), m::TotalValueTradeDiv);
   // The message has no average price; it is derived from the two totals just
   // stored. A zero volume gives infinity or NaN, and that is passed on as is.
   r->AvgPrice = r->TotalValue / static_cast<double>(r->TotalVolume);
   r->NumTrades = loadLE<uint32_t>(datagram + m::NumTrades);
   std::memcpy(r->TradingPhaseCode, datagram + m::TradingPhaseCode, 8);
-  writeLevels(r, datagram, m::BidPx, m::BidQty, m::OfferPx, m::OfferQty, 1000, 1000);
+  writeLevels(r, datagram, {m::BidPx, m::BidPxDiv}, {m::BidQty, m::BidQtyDiv},
+              {m::OfferPx, m::OfferPxDiv}, {m::OfferQty, m::OfferQtyDiv});
   r->Reserved = 0;
-  r->TotalBidVolume = scaledWhole(loadLE<uint64_t>(datagram + m::TotalBidQty), 1000);
-  r->TotalAskVolume = scaledWhole(loadLE<uint64_t>(datagram + m::TotalOfferQty), 1000);
-  r->WeightedAvgBidPrice = scaled(loadLE<uint32_t>(datagram + m::WeightedAvgBidPx), 1000);
-  r->WeightedAvgAskPrice = scaled(loadLE<uint32_t>(datagram + m::WeightedAvgOfferPx), 1000);
-  r->AltWeightedAvgBidPrice = scaled(loadLE<uint32_t>(datagram + m::AltWeightedAvgBidPx), 1000);
-  r->AltWeightedAvgAskPrice = scaled(loadLE<uint32_t>(datagram + m::AltWeightedAvgOfferPx), 1000);
-  r->YieldToMaturity = scaled(loadLE<uint32_t>(datagram + m::YieldToMaturity), 1000);
-  r->IOPV = scaled(loadLE<uint32_t>(datagram + m::IOPV), 1000);
+  r->TotalBidVolume = scaledWhole(loadLE<uint64_t>(datagram + m::TotalBidQty), m::TotalBidQtyDiv);
+  r->TotalAskVolume =
+      scaledWhole(loadLE<uint64_t>(datagram + m::TotalOfferQty), m::TotalOfferQtyDiv);
+  r->WeightedAvgBidPrice =
+      scaled(loadLE<uint32_t>(datagram + m::WeightedAvgBidPx), m::WeightedAvgBidPxDiv);
+  r->WeightedAvgAskPrice =
+      scaled(loadLE<uint32_t>(datagram + m::WeightedAvgOfferPx), m::WeightedAvgOfferPxDiv);
+  r->AltWeightedAvgBidPrice =
+      scaled(loadLE<uint32_t>(datagram + m::AltWeightedAvgBidPx), m::AltWeightedAvgBidPxDiv);
+  r->AltWeightedAvgAskPrice =
+      scaled(loadLE<uint32_t>(datagram + m::AltWeightedAvgOfferPx), m::AltWeightedAvgOfferPxDiv);
+  r->YieldToMaturity =
+      scaled(loadLE<uint32_t>(datagram + m::YieldToMaturity), m::YieldToMaturityDiv);
+  r->IOPV = scaled(loadLE<uint32_t>(datagram + m::IOPV), m::IOPVDiv);
   r->EtfBuyNumber = loadLE<uint32_t>(datagram + m::EtfBuyNumber);
   r->EtfSellNumber = loadLE<uint32_t>(datagram + m::EtfSellNumber);
   r->EtfBuyAmount = static_cast<double>(loadLE<uint64_t>(datagram + m::EtfBuyAmount));
   r->EtfSellAmount = static_cast<double>(loadLE<uint64_t>(datagram + m::EtfSellAmount));
-  r->EtfBuyMoney = scaled(loadLE<uint32_t>(datagram + m::EtfBuyMoney), 1000);
-  r->EtfSellMoney = scaled(loadLE<uint32_t>(datagram + m::EtfSellMoney), 1000);
+  r->EtfBuyMoney = scaled(loadLE<uint32_t>(datagram + m::EtfBuyMoney), m::EtfBuyMoneyDiv);
+  r->EtfSellMoney = scaled(loadLE<uint32_t>(datagram + m::EtfSellMoney), m::EtfSellMoneyDiv);
   r->WithdrawBuyNumber = loadLE<uint32_t>(datagram + m::WithdrawBuyNumber);
   r->WithdrawSellNumber = loadLE<uint32_t>(datagram + m::WithdrawSellNumber);
   r->WithdrawBuyAmount = static_cast<double>(loadLE<uint64_t>(datagram + m::WithdrawBuyAmount));
   r->WithdrawSellAmount = static_cast<double>(loadLE<uint64_t>(datagram + m::WithdrawSellAmount));
-  r->WithdrawBuyMoney = scaled(loadLE<uint32_t>(datagram + m::WithdrawBuyMoney), 1000);
-  r->WithdrawSellMoney = scaled(loadLE<uint32_t>(datagram + m::WithdrawSellMoney), 1000);
+  r->WithdrawBuyMoney =
+      scaled(loadLE<uint32_t>(datagram + m::WithdrawBuyMoney), m::WithdrawBuyMoneyDiv);
+  r->WithdrawSellMoney =
+      scaled(loadLE<uint32_t>(datagram + m::WithdrawSellMoney), m::WithdrawSellMoneyDiv);
   r->TotalBidNumber = loadLE<uint32_t>(datagram + m::TotalBidNumber);
   r->TotalOfferNumber = loadLE<uint32_t>(datagram + m::TotalOfferNumber);
   r->BidTradeMaxDuration = loadLE<uint32_t>(datagram + m::BidTradeMaxDuration);
@@ -169,7 +186,7 @@ void SnapshotHandlers::onSseIndex(const char* datagram) {
 
   const uint32_t time = loadLE<uint32_t>(datagram + m::DataTimeStamp);
   const uint64_t rawVolume = loadLE<uint64_t>(datagram + m::TotalVolumeTraded);
-  const int64_t volume = scaledWhole(rawVolume, 1000);
+  const int64_t volume = scaledWhole(rawVolume, m::TotalVolumeTradedDiv);
   if (isStale(*r, volume, time)) return;
 
   r->ExchangeID = 1;
@@ -184,13 +201,13 @@ void SnapshotHandlers::onSseIndex(const char* datagram) {
     const uint64_t raw = loadLE<uint64_t>(datagram + offset);
     if (raw != 0) field = scaled(raw, divisor);
   };
-  setPrice(r->TotalValue, m::Turnover, 10);
-  setPrice(r->LastPrice, m::LastIndex, 100000);
-  setPrice(r->PreClosePrice, m::PreCloseIndex, 100000);
-  setPrice(r->OpenPrice, m::OpenIndex, 100000);
-  setPrice(r->HighPrice, m::HighIndex, 100000);
-  setPrice(r->LowPrice, m::LowIndex, 100000);
-  setPrice(r->ClosePrice, m::CloseIndex, 100000);
+  setPrice(r->TotalValue, m::Turnover, m::TurnoverDiv);
+  setPrice(r->LastPrice, m::LastIndex, m::LastIndexDiv);
+  setPrice(r->PreClosePrice, m::PreCloseIndex, m::PreCloseIndexDiv);
+  setPrice(r->OpenPrice, m::OpenIndex, m::OpenIndexDiv);
+  setPrice(r->HighPrice, m::HighIndex, m::HighIndexDiv);
+  setPrice(r->LowPrice, m::LowIndex, m::LowIndexDiv);
+  setPrice(r->ClosePrice, m::CloseIndex, m::CloseIndexDiv);
 
   core_.spi_->OnRtnMarketData(r);
 }
@@ -205,7 +222,7 @@ void SnapshotHandlers::onSzseSnapshot(const char* body) {
 
   const int64_t time = loadLE<int64_t>(body + m::OrigTime);
   const uint64_t rawVolume = loadLE<uint64_t>(body + m::TotalVolumeTrade);
-  const int64_t volume = scaledWhole(rawVolume, 100);
+  const int64_t volume = scaledWhole(rawVolume, m::TotalVolumeTradeDiv);
   if (isStale(*r, volume, time)) {
     LOG_INFO << "SzseMd MD_LOST Applseqnum " << rawVolume << ",SecurityID "
              << utility::PrintableBytes{key.data(), key.size()}
@@ -217,25 +234,28 @@ void SnapshotHandlers::onSzseSnapshot(const char* body) {
   // message has no previous close: PreClosePrice stays as the front, the index
   // or the volume statistics left it.
   r->SecurityType = 1;
-  r->LastPrice = scaled(loadLE<uint32_t>(body + m::LastPx), 1000000);
-  r->OpenPrice = scaled(loadLE<uint32_t>(body + m::OpenPx), 1000000);
-  r->HighPrice = scaled(loadLE<uint32_t>(body + m::HighPx), 1000000);
-  r->LowPrice = scaled(loadLE<uint32_t>(body + m::LowPx), 1000000);
-  r->UpperLimitPrice = scaled(loadLE<uint32_t>(body + m::UpperLimitPx), 1000000);
-  r->LowerLimitPrice = scaled(loadLE<uint32_t>(body + m::LowerLimitPx), 1000000);
+  r->LastPrice = scaled(loadLE<uint32_t>(body + m::LastPx), m::LastPxDiv);
+  r->OpenPrice = scaled(loadLE<uint32_t>(body + m::OpenPx), m::OpenPxDiv);
+  r->HighPrice = scaled(loadLE<uint32_t>(body + m::HighPx), m::HighPxDiv);
+  r->LowPrice = scaled(loadLE<uint32_t>(body + m::LowPx), m::LowPxDiv);
+  r->UpperLimitPrice = scaled(loadLE<uint32_t>(body + m::UpperLimitPx), m::UpperLimitPxDiv);
+  r->LowerLimitPrice = scaled(loadLE<uint32_t>(body + m::LowerLimitPx), m::LowerLimitPxDiv);
   r->UpdateTime = time;
   r->TotalVolume = volume;
-  r->TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), 10000);
-  r->AvgPrice = scaled(loadLE<uint32_t>(body + m::AvgPx), 1000000);
+  r->TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), m::TotalValueTradeDiv);
+  r->AvgPrice = scaled(loadLE<uint32_t>(body + m::AvgPx), m::AvgPxDiv);
   r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
   std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
-  writeLevels(r, body, m::BidPx, m::BidQty, m::OfferPx, m::OfferQty, 1000000, 100);
+  writeLevels(r, body, {m::BidPx, m::BidPxDiv}, {m::BidQty, m::BidQtyDiv},
+              {m::OfferPx, m::OfferPxDiv}, {m::OfferQty, m::OfferQtyDiv});
   r->Reserved = 0;
-  r->TotalBidVolume = scaledWhole(loadLE<uint64_t>(body + m::TotalBidQty), 100);
-  r->TotalAskVolume = scaledWhole(loadLE<uint64_t>(body + m::TotalOfferQty), 100);
-  r->WeightedAvgBidPrice = scaled(loadLE<uint32_t>(body + m::WeightedAvgBidPx), 1000000);
-  r->WeightedAvgAskPrice = scaled(loadLE<uint32_t>(body + m::WeightedAvgOfferPx), 1000000);
-  r->IOPV = scaled(loadLE<uint32_t>(body + m::IOPV), 1000000);
+  r->TotalBidVolume = scaledWhole(loadLE<uint64_t>(body + m::TotalBidQty), m::TotalBidQtyDiv);
+  r->TotalAskVolume = scaledWhole(loadLE<uint64_t>(body + m::TotalOfferQty), m::TotalOfferQtyDiv);
+  r->WeightedAvgBidPrice =
+      scaled(loadLE<uint32_t>(body + m::WeightedAvgBidPx), m::WeightedAvgBidPxDiv);
+  r->WeightedAvgAskPrice =
+      scaled(loadLE<uint32_t>(body + m::WeightedAvgOfferPx), m::WeightedAvgOfferPxDiv);
+  r->IOPV = scaled(loadLE<uint32_t>(body + m::IOPV), m::IOPVDiv);
   r->BestBidOrderCount = loadLE<uint32_t>(body + m::BestBidNumOrders);
   r->BestAskOrderCount = loadLE<uint32_t>(body + m::BestOfferNumOrders);
 
@@ -247,13 +267,17 @@ void SnapshotHandlers::onSzseSnapshot(const char* body) {
   r->BestBidQueueSize = bidSize;
   r->BestAskQueueSize = askSize;
   const char* queue = body + m::QueueQty;
-  // A u32 divided by 100 in double precision and truncated equals the integer
-  // quotient: the double quotient is never within rounding distance of the
-  // next whole number. The integer form is cheaper on this hot path.
-  for (size_t i = 0; i < bidSize; ++i) r->BestBidQueue[i] = loadLE<uint32_t>(queue + 4 * i) / 100;
+  // A u32 divided by a whole divisor in double precision and truncated equals
+  // the integer quotient: the double quotient is never within rounding
+  // distance of the next whole number. The integer form is cheaper on this
+  // hot path.
+  constexpr uint32_t kQueueDiv = static_cast<uint32_t>(m::QueueQtyDiv);
+  static_assert(kQueueDiv == m::QueueQtyDiv, "the queue divisor is a whole number");
+  for (size_t i = 0; i < bidSize; ++i)
+    r->BestBidQueue[i] = loadLE<uint32_t>(queue + 4 * i) / kQueueDiv;
   const char* offerQueue = queue + 4 * size_t{bidSize};
   for (size_t i = 0; i < askSize; ++i)
-    r->BestAskQueue[i] = loadLE<uint32_t>(offerQueue + 4 * i) / 100;
+    r->BestAskQueue[i] = loadLE<uint32_t>(offerQueue + 4 * i) / kQueueDiv;
 
   core_.spi_->OnRtnMarketData(r);
 }
@@ -266,7 +290,8 @@ void SnapshotHandlers::onSzseIndex(const char* body) {
   if (r == nullptr) return;
 
   const int64_t time = loadLE<int64_t>(body + m::OrigTime);
-  const int64_t volume = scaledWhole(loadLE<uint64_t>(body + m::TotalVolumeTrade), 100);
+  const int64_t volume =
+      scaledWhole(loadLE<uint64_t>(body + m::TotalVolumeTrade), m::TotalVolumeTradeDiv);
   if (isStale(*r, volume, time)) return;
 
   // Unlike the Shanghai index, every value is written, zeros included.
@@ -274,12 +299,12 @@ void SnapshotHandlers::onSzseIndex(const char* body) {
   r->SecurityType = 2;
   r->UpdateTime = time;
   r->TotalVolume = volume;
-  r->TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), 10000);
-  r->LastPrice = scaled(loadLE<uint64_t>(body + m::LastIndex), 1000000);
-  r->PreClosePrice = scaled(loadLE<uint64_t>(body + m::PreCloseIndex), 1000000);
-  r->OpenPrice = scaled(loadLE<uint64_t>(body + m::OpenIndex), 1000000);
-  r->HighPrice = scaled(loadLE<uint64_t>(body + m::HighIndex), 1000000);
-  r->LowPrice = scaled(loadLE<uint64_t>(body + m::LowIndex), 1000000);
+  r->TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), m::TotalValueTradeDiv);
+  r->LastPrice = scaled(loadLE<uint64_t>(body + m::LastIndex), m::LastIndexDiv);
+  r->PreClosePrice = scaled(loadLE<uint64_t>(body + m::PreCloseIndex), m::PreCloseIndexDiv);
+  r->OpenPrice = scaled(loadLE<uint64_t>(body + m::OpenIndex), m::OpenIndexDiv);
+  r->HighPrice = scaled(loadLE<uint64_t>(body + m::HighIndex), m::HighIndexDiv);
+  r->LowPrice = scaled(loadLE<uint64_t>(body + m::LowIndex), m::LowIndexDiv);
   r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
   std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
 
@@ -295,7 +320,8 @@ void SnapshotHandlers::onSzseVolumeStat(const char* body) {
   if (r == nullptr) return;
 
   const int64_t time = loadLE<int64_t>(body + m::OrigTime);
-  const int64_t volume = scaledWhole(loadLE<uint64_t>(body + m::TotalVolumeTrade), 100);
+  const int64_t volume =
+      scaledWhole(loadLE<uint64_t>(body + m::TotalVolumeTrade), m::TotalVolumeTradeDiv);
   if (isStale(*r, volume, time)) return;
 
   r->ExchangeID = 2;
@@ -303,8 +329,8 @@ void SnapshotHandlers::onSzseVolumeStat(const char* body) {
   std::memcpy(r->SecurityID, securityId, 8);
   r->UpdateTime = time;
   r->TotalVolume = volume;
-  r->TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), 10000);
-  r->PreClosePrice = scaled(loadLE<uint64_t>(body + m::PrevClosePx), 10000);
+  r->TotalValue = scaled(loadLE<uint64_t>(body + m::TotalValueTrade), m::TotalValueTradeDiv);
+  r->PreClosePrice = scaled(loadLE<uint64_t>(body + m::PrevClosePx), m::PrevClosePxDiv);
   r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
   std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
 

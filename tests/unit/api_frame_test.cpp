@@ -102,6 +102,15 @@ TEST(ErrorTable, TextsOfEveryRunAndTheGapsBetween) {
     EXPECT_EQ(errorText(static_cast<int16_t>(id)), "Unknow error") << id;
 }
 
+TEST(ErrorTable, NamedIdsMatchTheirTexts) {
+  namespace m = velmar::mdapi;
+  EXPECT_EQ(m::errorText(m::kNotLoggedIn), "Not logged in");
+  EXPECT_EQ(m::errorText(m::kCantFindUser), "Can't find user");
+  EXPECT_EQ(m::errorText(m::kWrongPassword), "Wrong password");
+  EXPECT_EQ(m::errorText(m::kInvalidTid), "Invalid TID");
+  EXPECT_EQ(m::errorText(m::kDuplicatedLogin), "Duplicated login");
+}
+
 // "scheme://host:port", and the forms around it. An address whose only ':' is
 // the scheme's passes with port text "//host" (number 0): Init goes on and
 // the connection attempts fail, as for any front that does not answer.

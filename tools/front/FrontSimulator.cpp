@@ -26,12 +26,6 @@ namespace wire = mdapi::wire;
 
 namespace {
 
-// Error ids the simulator answers with that the library's ErrorId does not
-// name; their texts are in its error table.
-constexpr int32_t kCantFindUser = -101;
-constexpr int32_t kWrongPassword = -102;
-constexpr int32_t kInvalidTid = -104;
-
 /// Ids of one package: the field area less one field header, in whole ids.
 constexpr int kMaxIdsPerPackage = (wire::kFieldAreaSize - wire::kFieldHeaderSize) /
                                   static_cast<int>(mdapi::kWireInstrumentIdSize);
@@ -570,16 +564,16 @@ void FrontSimulator::handleRequest(Connection& c, const FrontRequest& r) {
     const std::string password = textOf(req.Password, sizeof req.Password);
     int32_t refusal = 0;
     if (user.empty()) {
-      refusal = kCantFindUser;
+      refusal = mdapi::kCantFindUser;
     } else if (!options_.users.empty()) {
       auto found = options_.users.find(user);
       if (found == options_.users.end()) {
-        refusal = kCantFindUser;
+        refusal = mdapi::kCantFindUser;
       } else if (found->second != password) {
-        refusal = kWrongPassword;
+        refusal = mdapi::kWrongPassword;
       }
     } else if (!options_.anyUserPassword.empty() && password != options_.anyUserPassword) {
-      refusal = kWrongPassword;
+      refusal = mdapi::kWrongPassword;
     }
     if (refusal != 0) {
       sendError(c, tid::kRspUserLogin, refusal, rid);
@@ -682,7 +676,7 @@ void FrontSimulator::handleRequest(Connection& c, const FrontRequest& r) {
       // These have no answer: the client acts on its own request.
       break;
     default:
-      sendError(c, static_cast<int32_t>(id), kInvalidTid, rid);
+      sendError(c, static_cast<int32_t>(id), mdapi::kInvalidTid, rid);
       break;
   }
 }
