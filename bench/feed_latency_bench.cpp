@@ -28,6 +28,23 @@
 //                          Init leaves it, the book thread's lines built and
 //                          handed to an output that discards them.
 //
+//   BM_FeedToOrderBookIdle the book path with the book thread spinning and
+//                          sleeping (book.idle=block) by turns, three samples
+//                          per iteration: spinning; block with the datagram
+//                          sent as soon as the previous one was published, as
+//                          the other benchmarks send (block_*: the book thread
+//                          may still be polling); block with the datagram sent
+//                          once the book thread has gone to sleep (asleep_*:
+//                          it always pays the wake-up). Then 10 s without
+//                          traffic, and the
+//                          book thread's CPU time over them. Its book thread
+//                          runs the loop of runOrderBook with the mode chosen
+//                          per sample, and the books are configured for block
+//                          throughout, so the spin samples include the
+//                          receiver's wake check too. Run it alone
+//                          (--benchmark_filter=Idle): the other book benchmark
+//                          starts today's spinning thread for good.
+//
 // Counters: median_us and p99_us of the library, bare_median_us and
 // bare_p99_us of the bare loop, vs_bare the ratio of the two medians. The book
 // benchmark adds book_hop_us, the median time from OnRtnTickByTick of a
@@ -52,6 +69,7 @@
 #include "support/BookMessages.h"
 #include "utility/Logging.h"
 #include "utility/Platform.h"
+#include "utility/ThreadCpuTime.h"
 
 namespace {
 
@@ -140,6 +158,9 @@ class TimingSpi : public velmar::mdapi::VelmarMdSpi {
 
 void discard(const char*, int) {}
 
+/// Set before the rig is built: its books wake a sleeping book thread.
+bool g_blockableBooks = false;
+
 /// Everything the benchmarks share, built on first use and kept for the life
 /// of the process (the library's threads never end).
 struct Rig {
@@ -151,6 +172,11 @@ struct Rig {
   MdApiImpl* impl = nullptr;  // leaked on purpose: its threads outlive main
   TimingSpi* spi = nullptr;
   bool bookThreadStarted = false;
+  bool idleBookThreadStarted = false;
+  bool blockableBooks = false;
+  /// The loop of startIdleBookThread sleeps on an empty queue while set.
+  std::atomic<bool> blockMode{false};
+  std::atomic<uint64_t> bookThreadId{0};
   bool spinWait = false;  // how sendAndWait waits: spinning, or sleeping
   int64_t seq = 1000;    // ApplSeqNum on channel 2011, rising across all datagrams
   int64_t stamp = 1000;  // order, trade and snapshot times, rising
@@ -184,6 +210,12 @@ struct Rig {
       velmar::utility::MutexLockGuard lock(core.mutex_);
       velmar::mdapi::TestAccess::books(*impl).addOrderBook(Id16(kBookId).bytes);
     }
+    blockableBooks = g_blockableBooks;
+    if (blockableBooks) {
+      velmar::mdapi::SessionOptions options;
+      options.bookIdle = velmar::mdapi::SessionOptions::BookIdle::kBlock;
+      TestAccess::books(*impl).configure(options);
+    }
     std::thread([this] { velmar::mdapi::TestAccess::feed(*impl).runUdpExanic(); }).detach();
     // The receiver joins the group on its own thread: until a datagram comes
     // back, it may not have.
@@ -198,6 +230,21 @@ struct Rig {
     if (bookThreadStarted) return;
     bookThreadStarted = true;
     std::thread([this] { velmar::mdapi::TestAccess::books(*impl).runOrderBook(); }).detach();
+  }
+
+  /// The loop of runOrderBook, spinning or sleeping as blockMode says.
+  void startIdleBookThread() {
+    if (idleBookThreadStarted) return;
+    idleBookThreadStarted = true;
+    std::thread([this] {
+      velmar::mdapi::OrderBooks& books = velmar::mdapi::TestAccess::books(*impl);
+      bookThreadId.store(platform::currentThreadId());
+      for (;;) {
+        if (books.pollBookQueue()) continue;
+        if (blockMode.load(std::memory_order_relaxed)) books.idle();
+      }
+    }).detach();
+    while (bookThreadId.load() == 0) std::this_thread::yield();
   }
 
   /// Sends one datagram and waits for `arrivals` to move on. The latency in
@@ -334,6 +381,79 @@ void BM_FeedToOrderBook(benchmark::State& state) {
 BENCHMARK(BM_FeedToOrderBook)
     ->Arg(0)
     ->Arg(1)
+    ->Iterations(kSamples)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+
+void BM_FeedToOrderBookIdle(benchmark::State& state) {
+  g_blockableBooks = true;
+  Rig& r = rig();
+  if (!r.error.empty()) return state.SkipWithError(r.error.c_str());
+  if (r.bookThreadStarted || !r.blockableBooks)
+    return state.SkipWithError("run alone: --benchmark_filter=Idle");
+  r.startIdleBookThread();
+  velmar::mdapi::OrderBooks& books = velmar::mdapi::TestAccess::books(*r.impl);
+  if (r.sendAndWait(r.toLibrary, r.snapshotDatagram(kBookId), r.spi->books) < 0)
+    return state.SkipWithError("the seeding snapshot was not published");
+  int turn = 0;
+  auto next = [&] {
+    switch (turn++ % 3) {
+      case 0:
+        return r.orderDatagram(kBookId, '1', 95500);
+      case 1:
+        return r.tradeDatagram(kBookId, 95500);
+      default:
+        return r.orderDatagram(kBookId, '1', 91000);
+    }
+  };
+  auto asleep = [&] {
+    const int64_t deadline = nowNs() + 1000000000;
+    while (!velmar::mdapi::TestAccess::bookThreadSleeping(books))
+      if (nowNs() > deadline) return false;
+    return true;
+  };
+  std::vector<int64_t> spin, block, asleepBlock;
+  spin.reserve(kSamples);
+  block.reserve(kSamples);
+  asleepBlock.reserve(kSamples);
+  for (int i = 0; i < kWarmUp; ++i) {
+    if (r.sendAndWait(r.toLibrary, next(), r.spi->books) < 0)
+      return state.SkipWithError("a datagram was lost");
+  }
+  for (auto _ : state) {
+    r.blockMode = false;
+    books.wakeBookThread();
+    std::this_thread::sleep_for(std::chrono::microseconds(200));  // spinning again
+    const int64_t s = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    r.blockMode = true;
+    const int64_t b = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    if (!asleep()) return state.SkipWithError("the book thread does not sleep");
+    const int64_t a = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    if (s < 0 || b < 0 || a < 0) return state.SkipWithError("a datagram was lost");
+    spin.push_back(s);
+    block.push_back(b);
+    asleepBlock.push_back(a);
+    state.SetIterationTime(static_cast<double>(b) * 1e-9);
+  }
+  // Idle: no traffic for 10 s, the book thread asleep.
+  r.blockMode = true;
+  const uint64_t tid = r.bookThreadId.load();
+  const int64_t before = velmar::platform::threadCpuTimeNs(tid);
+  std::this_thread::sleep_for(std::chrono::seconds(10));
+  const int64_t after = velmar::platform::threadCpuTimeNs(tid);
+  const Figures fs = figures(spin), fb = figures(block), fa = figures(asleepBlock);
+  state.counters["spin_median_us"] = fs.median;
+  state.counters["spin_p99_us"] = fs.p99;
+  state.counters["block_median_us"] = fb.median;
+  state.counters["block_p99_us"] = fb.p99;
+  state.counters["block_vs_spin"] = fb.median / fs.median;
+  state.counters["asleep_median_us"] = fa.median;
+  state.counters["asleep_p99_us"] = fa.p99;
+  state.counters["asleep_vs_spin"] = fa.median / fs.median;
+  if (before >= 0 && after >= 0)
+    state.counters["idle_10s_cpu_ms"] = static_cast<double>(after - before) / 1e6;
+}
+BENCHMARK(BM_FeedToOrderBookIdle)
     ->Iterations(kSamples)
     ->UseManualTime()
     ->Unit(benchmark::kMicrosecond);

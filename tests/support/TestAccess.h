@@ -82,6 +82,10 @@ class TestAccess {
     books.bookBytes_.release(node.data);
   }
   static const BookBytesPool& bookBytes(OrderBooks& books) { return books.bookBytes_; }
+  /// True while the book thread has announced its sleep (book.idle=block).
+  static bool bookThreadSleeping(OrderBooks& books) {
+    return books.sleeping_.load(std::memory_order_acquire);
+  }
   /// The system id of the thread in runOrderBook, 0 until it runs.
   static uint64_t bookThreadId(OrderBooks& books) {
     return books.bookThreadId_.load(std::memory_order_acquire);
