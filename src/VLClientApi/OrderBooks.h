@@ -34,14 +34,18 @@
 // is lost, and the receiver makes no system call while the book thread is busy.
 //
 // Memory. The bytes of nodes beyond the pool's slots come from the heap and
-// go back to it as soon as the book thread has handled them. The queue keeps
-// the blocks it grew to for as long as it lives; book.queue_limit bounds them.
+// are freed as soon as the book thread has handled them, but the allocator
+// keeps such small pieces for reuse rather than giving them to the system,
+// and the queue keeps the blocks it grew to for as long as it lives: what a
+// burst took stays with the process (order_book_bench BM_BurstMemory shows
+// it). book.queue_limit bounds both.
 //
 // Release of books. The map owns its books, so a book whose entry is replaced
 // or removed is freed right there, on the front thread under mutex_. That is
 // safe: the book thread holds mutex_ for as long as it works on a book and
-// looks the book up anew for every node, and the application sees the book
-// only inside OnRtnOrderBook, under the same lock. A node still queued for a
+// looks the book up anew for every node, and the application sees the live
+// book only inside OnRtnOrderBook, under the same lock (or, with callbacks
+// not serialized, a copy of the book's own). A node still queued for a
 // dropped book finds no entry, or a fresh one, and is refused.
 #pragma once
 
