@@ -123,15 +123,17 @@ void OrderBooks::idle() {
 
 void OrderBooks::sleepUntilWoken() {
   sleeping_.exchange(true, std::memory_order_acq_rel);
-  // The last look, after the announcement: a node enqueued before the
-  // receiver's exchange is seen here, one after it comes with a wake-up.
-  if (pollBookQueue()) {
-    sleeping_.store(false, std::memory_order_relaxed);
-    return;
+  for (;;) {
+    // The last look, after the announcement: a node enqueued before the
+    // receiver's exchange is seen here, one after it comes with a wake-up.
+    // After a time-out the look is all: the flag still stands, so the thread
+    // sleeps on without polling again.
+    if (pollBookQueue()) break;
+    std::unique_lock<std::mutex> lock(wakeMutex_);
+    if (wakeCondition_.wait_for(lock, kLongestSleep,
+                                [this] { return !sleeping_.load(std::memory_order_acquire); }))
+      break;
   }
-  std::unique_lock<std::mutex> lock(wakeMutex_);
-  wakeCondition_.wait_for(lock, kLongestSleep,
-                          [this] { return !sleeping_.load(std::memory_order_acquire); });
   sleeping_.store(false, std::memory_order_relaxed);
 }
 

@@ -105,7 +105,7 @@ class OrderBooks {
   void runOrderBook();
   /// What the book thread does after an empty poll: nothing (spin), give up
   /// the CPU once (yield), or poll a little longer and then sleep until
-  /// wakeBookThread or a time-out (block). Returns when a node may be there.
+  /// wakeBookThread (block). Returns when a node may be there.
   void idle();
   /// One turn of the book thread's loop: takes one node if there is one,
   /// handles it and gives its bytes back. False if the queue was empty.

@@ -57,8 +57,17 @@ class BookThread {
   void stop() {
     if (!thread_.joinable()) return;
     stop_ = true;
-    books_.wakeBookThread();
+    // A thread about to sleep has not announced it yet: wake until it's out.
+    std::atomic<bool> out{false};
+    std::thread waker([&] {
+      while (!out.load()) {
+        books_.wakeBookThread();
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      }
+    });
     thread_.join();
+    out = true;
+    waker.join();
   }
   uint64_t id() const { return id_.load(); }
 
@@ -185,7 +194,10 @@ TEST(OrderBookIdle, BlockedThreadSleepsWhileIdle) {
   // few times for its time-out only.
   EXPECT_LT(after - before, 30000000) << "ns of CPU over 1.5 s idle";
 
+  // The receiver takes the flag down itself: that is its wake-up.
+  EXPECT_TRUE(TestAccess::bookThreadSleeping(h.books));
   h.books.handOverToBooks(sequence[1].first.data(), sequence[1].second);
+  EXPECT_FALSE(TestAccess::bookThreadSleeping(h.books));
   EXPECT_TRUE(waitFor([&] { return spi.count.load() == 2; }));
 }
 
