@@ -29,19 +29,21 @@
 //                          handed to an output that discards them.
 //
 //   BM_FeedToOrderBookIdle the book path with the book thread spinning and
-//                          sleeping (book.idle=block) by turns, three samples
-//                          per iteration: spinning; block with the datagram
+//                          sleeping (book.idle=block) by turns, four samples
+//                          per iteration. How long a datagram follows the one
+//                          before decides how deep the receiver (and, with
+//                          block, the book thread) sleeps, so each mode is
+//                          measured at the same two spacings: back to back,
 //                          sent as soon as the previous one was published, as
-//                          the other benchmarks send (block_*: the book thread
-//                          may still be polling); block with the datagram sent
-//                          once the book thread has gone to sleep (asleep_*:
-//                          it always pays the wake-up). Then 10 s without
-//                          traffic, and the
-//                          book thread's CPU time over them. Its book thread
-//                          runs the loop of runOrderBook with the mode chosen
-//                          per sample, and the books are configured for block
-//                          throughout, so the spin samples include the
-//                          receiver's wake check too. Run it alone
+//                          the other benchmarks send (*_b2b; the book thread
+//                          of block may still be polling), and 200 us apart
+//                          (*_spaced; the book thread of block is asleep and
+//                          pays the wake-up). Then 10 s without traffic, and
+//                          the book thread's CPU time over them. Its book
+//                          thread runs the loop of runOrderBook with the mode
+//                          chosen per sample, and the books are configured
+//                          for block throughout, so the spin samples include
+//                          the receiver's wake check too. Run it alone
 //                          (--benchmark_filter=Idle): the other book benchmark
 //                          starts today's spinning thread for good.
 //
@@ -412,10 +414,9 @@ void BM_FeedToOrderBookIdle(benchmark::State& state) {
       if (nowNs() > deadline) return false;
     return true;
   };
-  std::vector<int64_t> spin, block, asleepBlock;
-  spin.reserve(kSamples);
-  block.reserve(kSamples);
-  asleepBlock.reserve(kSamples);
+  constexpr auto kSpacing = std::chrono::microseconds(200);
+  std::vector<int64_t> spinB2b, spinSpaced, blockB2b, blockSpaced;
+  for (auto* v : {&spinB2b, &spinSpaced, &blockB2b, &blockSpaced}) v->reserve(kSamples);
   for (int i = 0; i < kWarmUp; ++i) {
     if (r.sendAndWait(r.toLibrary, next(), r.spi->books) < 0)
       return state.SkipWithError("a datagram was lost");
@@ -423,17 +424,21 @@ void BM_FeedToOrderBookIdle(benchmark::State& state) {
   for (auto _ : state) {
     r.blockMode = false;
     books.wakeBookThread();
-    std::this_thread::sleep_for(std::chrono::microseconds(200));  // spinning again
-    const int64_t s = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    std::this_thread::sleep_for(kSpacing);
+    const int64_t ss = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    const int64_t sb = r.sendAndWait(r.toLibrary, next(), r.spi->books);
     r.blockMode = true;
-    const int64_t b = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    const int64_t bb = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    const auto spaced = std::chrono::steady_clock::now() + kSpacing;
     if (!asleep()) return state.SkipWithError("the book thread does not sleep");
-    const int64_t a = r.sendAndWait(r.toLibrary, next(), r.spi->books);
-    if (s < 0 || b < 0 || a < 0) return state.SkipWithError("a datagram was lost");
-    spin.push_back(s);
-    block.push_back(b);
-    asleepBlock.push_back(a);
-    state.SetIterationTime(static_cast<double>(b) * 1e-9);
+    std::this_thread::sleep_until(spaced);
+    const int64_t bs = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    if (ss < 0 || sb < 0 || bb < 0 || bs < 0) return state.SkipWithError("a datagram was lost");
+    spinSpaced.push_back(ss);
+    spinB2b.push_back(sb);
+    blockB2b.push_back(bb);
+    blockSpaced.push_back(bs);
+    state.SetIterationTime(static_cast<double>(bb) * 1e-9);
   }
   // Idle: no traffic for 10 s, the book thread asleep.
   r.blockMode = true;
@@ -441,15 +446,16 @@ void BM_FeedToOrderBookIdle(benchmark::State& state) {
   const int64_t before = velmar::platform::threadCpuTimeNs(tid);
   std::this_thread::sleep_for(std::chrono::seconds(10));
   const int64_t after = velmar::platform::threadCpuTimeNs(tid);
-  const Figures fs = figures(spin), fb = figures(block), fa = figures(asleepBlock);
-  state.counters["spin_median_us"] = fs.median;
-  state.counters["spin_p99_us"] = fs.p99;
-  state.counters["block_median_us"] = fb.median;
-  state.counters["block_p99_us"] = fb.p99;
-  state.counters["block_vs_spin"] = fb.median / fs.median;
-  state.counters["asleep_median_us"] = fa.median;
-  state.counters["asleep_p99_us"] = fa.p99;
-  state.counters["asleep_vs_spin"] = fa.median / fs.median;
+  const Figures fsb = figures(spinB2b), fss = figures(spinSpaced), fbb = figures(blockB2b),
+                fbs = figures(blockSpaced);
+  state.counters["spin_b2b_median_us"] = fsb.median;
+  state.counters["block_b2b_median_us"] = fbb.median;
+  state.counters["block_vs_spin_b2b"] = fbb.median / fsb.median;
+  state.counters["spin_spaced_median_us"] = fss.median;
+  state.counters["block_spaced_median_us"] = fbs.median;
+  state.counters["block_vs_spin_spaced"] = fbs.median / fss.median;
+  state.counters["block_spaced_p99_us"] = fbs.p99;
+  state.counters["spin_spaced_p99_us"] = fss.p99;
   if (before >= 0 && after >= 0)
     state.counters["idle_10s_cpu_ms"] = static_cast<double>(after - before) / 1e6;
 }
