@@ -29,7 +29,7 @@ namespace {
 constexpr auto kPollBeforeSleep = std::chrono::microseconds(50);
 // The longest sleep. No wake-up is lost by design; this only bounds the harm
 // if one ever were.
-constexpr auto kLongestSleep = std::chrono::milliseconds(250);
+constexpr auto kLongestSleep = std::chrono::seconds(1);
 }  // namespace
 
 OrderBooks::OrderBooks(SessionCore& core, SessionCounters& counters,
