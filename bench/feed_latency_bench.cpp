@@ -28,6 +28,25 @@
 //                          Init leaves it, the book thread's lines built and
 //                          handed to an output that discards them.
 //
+//   BM_FeedToOrderBookIdle the book path with the book thread spinning and
+//                          sleeping (book.idle=block) by turns, four samples
+//                          per iteration. How long a datagram follows the one
+//                          before decides how deep the receiver (and, with
+//                          block, the book thread) sleeps, so each mode is
+//                          measured at the same two spacings: back to back,
+//                          sent as soon as the previous one was published, as
+//                          the other benchmarks send (*_b2b; the book thread
+//                          of block may still be polling), and 200 us apart
+//                          (*_spaced; the book thread of block is asleep and
+//                          pays the wake-up). Then 10 s without traffic, and
+//                          the book thread's CPU time over them. Its book
+//                          thread runs the loop of runOrderBook with the mode
+//                          chosen per sample, and the books are configured
+//                          for block throughout, so the spin samples include
+//                          the receiver's wake check too. Run it alone
+//                          (--benchmark_filter=Idle): the other book benchmark
+//                          starts today's spinning thread for good.
+//
 // Counters: median_us and p99_us of the library, bare_median_us and
 // bare_p99_us of the bare loop, vs_bare the ratio of the two medians. The book
 // benchmark adds book_hop_us, the median time from OnRtnTickByTick of a
@@ -52,6 +71,7 @@
 #include "support/BookMessages.h"
 #include "utility/Logging.h"
 #include "utility/Platform.h"
+#include "utility/ThreadCpuTime.h"
 
 namespace {
 
@@ -140,6 +160,9 @@ class TimingSpi : public velmar::mdapi::VelmarMdSpi {
 
 void discard(const char*, int) {}
 
+/// Set before the rig is built: its books wake a sleeping book thread.
+bool g_blockableBooks = false;
+
 /// Everything the benchmarks share, built on first use and kept for the life
 /// of the process (the library's threads never end).
 struct Rig {
@@ -151,6 +174,11 @@ struct Rig {
   MdApiImpl* impl = nullptr;  // leaked on purpose: its threads outlive main
   TimingSpi* spi = nullptr;
   bool bookThreadStarted = false;
+  bool idleBookThreadStarted = false;
+  bool blockableBooks = false;
+  /// The loop of startIdleBookThread sleeps on an empty queue while set.
+  std::atomic<bool> blockMode{false};
+  std::atomic<uint64_t> bookThreadId{0};
   bool spinWait = false;  // how sendAndWait waits: spinning, or sleeping
   int64_t seq = 1000;    // ApplSeqNum on channel 2011, rising across all datagrams
   int64_t stamp = 1000;  // order, trade and snapshot times, rising
@@ -184,6 +212,12 @@ struct Rig {
       velmar::utility::MutexLockGuard lock(core.mutex_);
       velmar::mdapi::TestAccess::books(*impl).addOrderBook(Id16(kBookId).bytes);
     }
+    blockableBooks = g_blockableBooks;
+    if (blockableBooks) {
+      velmar::mdapi::SessionOptions options;
+      options.bookIdle = velmar::mdapi::SessionOptions::BookIdle::kBlock;
+      TestAccess::books(*impl).configure(options);
+    }
     std::thread([this] { velmar::mdapi::TestAccess::feed(*impl).runUdpExanic(); }).detach();
     // The receiver joins the group on its own thread: until a datagram comes
     // back, it may not have.
@@ -198,6 +232,21 @@ struct Rig {
     if (bookThreadStarted) return;
     bookThreadStarted = true;
     std::thread([this] { velmar::mdapi::TestAccess::books(*impl).runOrderBook(); }).detach();
+  }
+
+  /// The loop of runOrderBook, spinning or sleeping as blockMode says.
+  void startIdleBookThread() {
+    if (idleBookThreadStarted) return;
+    idleBookThreadStarted = true;
+    std::thread([this] {
+      velmar::mdapi::OrderBooks& books = velmar::mdapi::TestAccess::books(*impl);
+      bookThreadId.store(platform::currentThreadId());
+      for (;;) {
+        if (books.pollBookQueue()) continue;
+        if (blockMode.load(std::memory_order_relaxed)) books.idle();
+      }
+    }).detach();
+    while (bookThreadId.load() == 0) std::this_thread::yield();
   }
 
   /// Sends one datagram and waits for `arrivals` to move on. The latency in
@@ -334,6 +383,83 @@ void BM_FeedToOrderBook(benchmark::State& state) {
 BENCHMARK(BM_FeedToOrderBook)
     ->Arg(0)
     ->Arg(1)
+    ->Iterations(kSamples)
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+
+void BM_FeedToOrderBookIdle(benchmark::State& state) {
+  g_blockableBooks = true;
+  Rig& r = rig();
+  if (!r.error.empty()) return state.SkipWithError(r.error.c_str());
+  if (r.bookThreadStarted || !r.blockableBooks)
+    return state.SkipWithError("run alone: --benchmark_filter=Idle");
+  r.startIdleBookThread();
+  velmar::mdapi::OrderBooks& books = velmar::mdapi::TestAccess::books(*r.impl);
+  if (r.sendAndWait(r.toLibrary, r.snapshotDatagram(kBookId), r.spi->books) < 0)
+    return state.SkipWithError("the seeding snapshot was not published");
+  int turn = 0;
+  auto next = [&] {
+    switch (turn++ % 3) {
+      case 0:
+        return r.orderDatagram(kBookId, '1', 95500);
+      case 1:
+        return r.tradeDatagram(kBookId, 95500);
+      default:
+        return r.orderDatagram(kBookId, '1', 91000);
+    }
+  };
+  auto asleep = [&] {
+    const int64_t deadline = nowNs() + 1000000000;
+    while (!velmar::mdapi::TestAccess::bookThreadSleeping(books))
+      if (nowNs() > deadline) return false;
+    return true;
+  };
+  constexpr auto kSpacing = std::chrono::microseconds(200);
+  std::vector<int64_t> spinB2b, spinSpaced, blockB2b, blockSpaced;
+  for (auto* v : {&spinB2b, &spinSpaced, &blockB2b, &blockSpaced}) v->reserve(kSamples);
+  for (int i = 0; i < kWarmUp; ++i) {
+    if (r.sendAndWait(r.toLibrary, next(), r.spi->books) < 0)
+      return state.SkipWithError("a datagram was lost");
+  }
+  for (auto _ : state) {
+    r.blockMode = false;
+    books.wakeBookThread();
+    std::this_thread::sleep_for(kSpacing);
+    const int64_t ss = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    const int64_t sb = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    r.blockMode = true;
+    const int64_t bb = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    const auto spaced = std::chrono::steady_clock::now() + kSpacing;
+    if (!asleep()) return state.SkipWithError("the book thread does not sleep");
+    std::this_thread::sleep_until(spaced);
+    const int64_t bs = r.sendAndWait(r.toLibrary, next(), r.spi->books);
+    if (ss < 0 || sb < 0 || bb < 0 || bs < 0) return state.SkipWithError("a datagram was lost");
+    spinSpaced.push_back(ss);
+    spinB2b.push_back(sb);
+    blockB2b.push_back(bb);
+    blockSpaced.push_back(bs);
+    state.SetIterationTime(static_cast<double>(bb) * 1e-9);
+  }
+  // Idle: no traffic for 10 s, the book thread asleep.
+  r.blockMode = true;
+  const uint64_t tid = r.bookThreadId.load();
+  const int64_t before = velmar::platform::threadCpuTimeNs(tid);
+  std::this_thread::sleep_for(std::chrono::seconds(10));
+  const int64_t after = velmar::platform::threadCpuTimeNs(tid);
+  const Figures fsb = figures(spinB2b), fss = figures(spinSpaced), fbb = figures(blockB2b),
+                fbs = figures(blockSpaced);
+  state.counters["spin_b2b_median_us"] = fsb.median;
+  state.counters["block_b2b_median_us"] = fbb.median;
+  state.counters["block_vs_spin_b2b"] = fbb.median / fsb.median;
+  state.counters["spin_spaced_median_us"] = fss.median;
+  state.counters["block_spaced_median_us"] = fbs.median;
+  state.counters["block_vs_spin_spaced"] = fbs.median / fss.median;
+  state.counters["block_spaced_p99_us"] = fbs.p99;
+  state.counters["spin_spaced_p99_us"] = fss.p99;
+  if (before >= 0 && after >= 0)
+    state.counters["idle_10s_cpu_ms"] = static_cast<double>(after - before) / 1e6;
+}
+BENCHMARK(BM_FeedToOrderBookIdle)
     ->Iterations(kSamples)
     ->UseManualTime()
     ->Unit(benchmark::kMicrosecond);

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdio>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -278,5 +279,56 @@ void BM_HandOverLatency(benchmark::State& state) {
   }
 }
 BENCHMARK(BM_HandOverLatency)->Iterations(200000);
+
+/// Resident memory of the process in MiB, or -1 where /proc is missing.
+double residentMiB() {
+  long pages = -1, resident = -1;
+  FILE* f = std::fopen("/proc/self/statm", "r");
+  if (f == nullptr) return -1;
+  const int n = std::fscanf(f, "%ld %ld", &pages, &resident);
+  std::fclose(f);
+  if (n != 2) return -1;
+  return static_cast<double>(resident) * 4096.0 / (1024.0 * 1024.0);
+}
+
+// A burst of 1,000,000 orders handed over while the book thread stands still
+// (a slow OnRtnOrderBook), then drained: resident memory before, at the
+// peak and after the drain, without a queue limit (argument 0) and with a
+// limit of 65536 (argument 65536). The drain counts as the iteration's time.
+// Each run builds a session of its own, so the queue's blocks start empty.
+void BM_BurstMemory(benchmark::State& state) {
+  LogLevelScope log(false);
+  const uint32_t limit = static_cast<uint32_t>(state.range(0));
+  constexpr int kBurst = 1000000;
+  double before = 0, peak = 0, after = 0;
+  uint64_t dropped = 0;
+  for (auto _ : state) {
+    state.PauseTiming();
+    auto s = std::unique_ptr<Session>(new Session());
+    velmar::mdapi::SessionOptions options;
+    options.bookQueueLimit = limit;
+    s->books().configure(options);
+    before = residentMiB();
+    Bytes order = orderBody(kId, 1, 'G', 100000, 100, 0);
+    for (int i = 0; i < kBurst; ++i) {
+      setI64(order, kOrderTime, ++s->stamp);
+      s->books().handOverToBooks(order.data(), orderBookNode::kOrder);
+    }
+    peak = residentMiB();
+    state.ResumeTiming();
+    while (s->books().pollBookQueue()) {
+    }
+    state.PauseTiming();
+    after = residentMiB();
+    dropped = TestAccess::counters(s->impl).receiver.bookNodesDropped.load();
+    s.reset();
+    state.ResumeTiming();
+  }
+  state.counters["rss_before_MiB"] = before;
+  state.counters["rss_peak_MiB"] = peak;
+  state.counters["rss_drained_MiB"] = after;
+  state.counters["dropped"] = static_cast<double>(dropped);
+}
+BENCHMARK(BM_BurstMemory)->Arg(0)->Arg(65536)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -187,7 +187,9 @@ class VelmarMdSpi {
   /// The live book, on the book thread with the session lock held, once for
   /// every feed message that the book accepted, whether it changed the levels
   /// or not. Copy what you keep, never write to it (the order-list strings
-  /// included).
+  /// included). With callbacks.serialize false: the library's copy of the
+  /// live book, taken for the call, under the book thread's callback lock
+  /// instead of the session lock; valid during the call only.
   virtual void OnRtnOrderBook(CVelmarOrderBook* book) { (void)book; }
   /// Answer to SubOrderBook; as OnRspSubMarketData. The library keeps a book
   /// for each id of an answer with `isLast` true; it fills from the

@@ -42,7 +42,8 @@ VelmarMdApi* VelmarMdApi::CreateMdUserApi(const char* /*reserved*/) {
 const char* VelmarMdApi::GetVersion() { return kVersion; }
 
 MdApiImpl::MdApiImpl()
-    : books_(*this, std::unique_ptr<BookBuilder>(new LevelBookBuilder())),
+    // counters_ is built after books_, which only keeps the reference.
+    : books_(*this, counters_, std::unique_ptr<BookBuilder>(new LevelBookBuilder())),
       front_(*this, books_),
       feed_(*this, front_.subscriptions(), books_),
       requests_(*this, front_) {
@@ -107,6 +108,7 @@ int MdApiImpl::Init() {
     front_.subscriptions().clearMarketData();
   }
   serializeCallbacks_ = options_.serializeCallbacks;
+  books_.configure(options_);
   // Without the folder the log file can't open; not fatal.
   makeLogDirectory(options_.logDirectory);
   setUpProcessLog(options_.logDirectory, options_.logLevelSet);

@@ -88,7 +88,8 @@ inline std::unique_ptr<CVelmarOrderBook> bookFrom(const std::string& bidText,
 /// The books part alone, with today's builder, on a session core of its own.
 struct BookHarness {
   SessionCore core;
-  OrderBooks books{core, std::unique_ptr<LevelBookBuilder>(new LevelBookBuilder())};
+  velmar::mdapi::SessionCounters counters;
+  OrderBooks books{core, counters, std::unique_ptr<LevelBookBuilder>(new LevelBookBuilder())};
   BookSpi spi;
 
   BookHarness() { core.spi_ = &spi; }

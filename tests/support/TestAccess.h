@@ -82,6 +82,14 @@ class TestAccess {
     books.bookBytes_.release(node.data);
   }
   static const BookBytesPool& bookBytes(OrderBooks& books) { return books.bookBytes_; }
+  /// True while the book thread has announced its sleep (book.idle=block).
+  static bool bookThreadSleeping(OrderBooks& books) {
+    return books.sleeping_.load(std::memory_order_acquire);
+  }
+  /// The system id of the thread in runOrderBook, 0 until it runs.
+  static uint64_t bookThreadId(OrderBooks& books) {
+    return books.bookThreadId_.load(std::memory_order_acquire);
+  }
   /// mutex_ held: the receiver's key set equals the keys of the map.
   static bool bookKeysMirrorMap(OrderBooks& books) {
     utility::MutexLockGuard lock(books.bookKeysMutex_);

@@ -140,7 +140,8 @@ TEST(OrderBookBuilder, TheBuilderDecidesAndTheBooksPublish) {
   core.spi_ = &spi;
   auto* builder = new ScriptedBuilder();
   builder->core = &core;
-  OrderBooks books(core, std::unique_ptr<velmar::mdapi::BookBuilder>(builder));
+  velmar::mdapi::SessionCounters counters;
+  OrderBooks books(core, counters, std::unique_ptr<velmar::mdapi::BookBuilder>(builder));
   auto feed = [&books](const Bytes& body, int32_t kind) {
     orderBookNode node;
     node.data = body.data();
