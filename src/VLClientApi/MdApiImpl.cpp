@@ -43,9 +43,9 @@ const char* VelmarMdApi::GetVersion() { return kVersion; }
 
 MdApiImpl::MdApiImpl()
     : books_(*this, std::unique_ptr<BookBuilder>(new LevelBookBuilder())),
-      front_(*this, books_),
-      feed_(*this, front_.subscriptions(), books_),
-      requests_(*this, front_) {
+      front_(*this, books_, counters_),
+      feed_(*this, front_.subscriptions(), books_, counters_, statusSpi_),
+      requests_(*this, front_, counters_) {
   front_.setNewTradingDayCallback([this] { feed_.forgetSequences(); });
 }
 
@@ -122,6 +122,7 @@ int MdApiImpl::Init() {
     return kInvalidFrontAddr;
   }
   feed_.setGroup(mcastHost, mcastPort, mcastInterfaces_);
+  feed_.setSocketOptions(options_.socketBuffer, options_.receiverCpu);
   net::InetAddress serverAddr(frontHost_.c_str(), portNumber(frontPort_));
 
   front_.startLoop();
