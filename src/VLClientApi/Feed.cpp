@@ -165,10 +165,11 @@ bool Feed::channelAdmitted(uint32_t channel) {
   return false;
 }
 
-void Feed::followLine(uint32_t channel, int64_t seq) {
-  auto it = lineSeq_.find(channel);
+void Feed::followLine(uint32_t exchange, uint32_t channel, int64_t seq) {
+  const uint64_t key = uint64_t{exchange} << 32 | channel;
+  auto it = lineSeq_.find(key);
   if (it == lineSeq_.end()) {
-    if (lineSeq_.size() < kMaxChannels) lineSeq_.emplace(channel, seq);
+    if (lineSeq_.size() < kMaxChannels) lineSeq_.emplace(key, seq);
     return;
   }
   int64_t& last = it->second;
@@ -230,7 +231,7 @@ void Feed::onFeedDatagram(const char* datagram) {
     case feed::kSseTrade: {
       const uint32_t channel = loadLE<uint32_t>(datagram + feed::sse_trade::TradeChannel);
       if (!channelAdmitted(channel)) break;
-      followLine(channel, loadLE<int32_t>(datagram + feed::sse_trade::TradeIndex));
+      followLine(1, channel, loadLE<int32_t>(datagram + feed::sse_trade::TradeIndex));
       onSseTrade(feedTickRecord_.get(), datagram);
       break;
     }
@@ -244,7 +245,7 @@ void Feed::onFeedDatagram(const char* datagram) {
     case feed::kSzseTrade: {
       const uint32_t channel = loadLE<uint16_t>(body + feed::szse_trade::ChannelNo);
       if (!channelAdmitted(channel)) break;
-      followLine(channel, loadLE<int64_t>(body + feed::szse_trade::ApplSeqNum));
+      followLine(2, channel, loadLE<int64_t>(body + feed::szse_trade::ApplSeqNum));
       books_.handOverToBooks(body, orderBookNode::kTrade);
       onSzseTrade(feedTickRecord_.get(), body);
       break;
@@ -252,7 +253,7 @@ void Feed::onFeedDatagram(const char* datagram) {
     case feed::kSzseOrder: {
       const uint32_t channel = loadLE<uint16_t>(body + feed::szse_order::ChannelNo);
       if (!channelAdmitted(channel)) break;
-      followLine(channel, loadLE<int64_t>(body + feed::szse_order::ApplSeqNum));
+      followLine(2, channel, loadLE<int64_t>(body + feed::szse_order::ApplSeqNum));
       books_.handOverToBooks(body, orderBookNode::kOrder);
       onSzseOrder(feedTickRecord_.get(), body);
       break;

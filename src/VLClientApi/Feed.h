@@ -132,8 +132,9 @@ class Feed {
   /// True if the tick's channel may have sequence state: known already, or
   /// room for one more. Counts the drop otherwise.
   bool channelAdmitted(uint32_t channel);
-  /// Gap tracking of one tick message, before the subscription filter.
-  void followLine(uint32_t channel, int64_t seq);
+  /// Gap tracking of one tick message of exchange 1 or 2, before the
+  /// subscription filter.
+  void followLine(uint32_t exchange, uint32_t channel, int64_t seq);
   /// Counts a jump from `last` to `seq` and tells the status callbacks.
   void reportGap(uint32_t channel, int64_t last, int64_t seq);
   /// The tick filter of one exchange, mutex_ taken for it unless the feed's
@@ -150,11 +151,13 @@ class Feed {
   /// Last accepted sequence number per channel. It outlives disconnection
   /// and a new login of the same trading day; a new day forgets it.
   std::unordered_map<uint32_t, int64_t> channelSeq_;
-  /// Last number seen per channel, every tick message of it counted; bound by
+  /// Last number seen per exchange (high half of the key) and channel, every
+  /// tick message of it counted, so that a Shanghai and a Shenzhen channel of
+  /// the same number are two lines; bound by
   /// kMaxChannels on its own (a channel past it is not followed, and its
   /// ticks go on as before). Forgotten with channelSeq_, and while the gate is
   /// closed (gateWasClosed_).
-  std::unordered_map<uint32_t, int64_t> lineSeq_;
+  std::unordered_map<uint64_t, int64_t> lineSeq_;
   bool gateWasClosed_ = false;
   /// Overwritten by every tick; the application sees it during its callback only.
   std::unique_ptr<CVelmarTickByTick> feedTickRecord_;
