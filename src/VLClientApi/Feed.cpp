@@ -196,7 +196,11 @@ void Feed::reportGap(uint32_t channel, int64_t last, int64_t seq) {
 }
 
 bool Feed::tickSubscribed(const std::atomic<bool>& allTicks, const char* securityId) {
-  SharedStateLock lock(core_);
+  if (core_.serializeCallbacks_) return subscriptions_.tickSubscribed(allTicks, securityId);
+  // The flag is an atomic: with it set, the receiver need not wait for
+  // mutex_, which the other threads may hold for a while.
+  if (allTicks.load(std::memory_order_relaxed)) return true;
+  utility::MutexLockGuard lock(core_.mutex_);
   return subscriptions_.tickSubscribed(allTicks, securityId);
 }
 
