@@ -404,8 +404,10 @@ class VLMDAPI_EXPORT VelmarMdApi {
   /// threads may run at the same time (a slow OnRtnOrderBook no longer holds
   /// up the receiver), so the application guards the state its callbacks
   /// share; OnRtnMarketData gets a copy of the stored record, which no other
-  /// thread writes during the call; and OnRspError -117 (a request that
-  /// could not be sent) comes with no lock taken for it.
+  /// thread writes during the call; OnRspError -117 (a request that could
+  /// not be sent) comes with no lock taken for it; and requests made from
+  /// callbacks of different threads are no longer kept apart by the lock:
+  /// the rule against two requests at the same time applies to them too.
   virtual int SetOption(const char* name, const char* value) = 0;
   /// Copies the session's counters into `*out`: 0, or -303 for a null
   /// pointer or an out->Size below version 1's (200). Set out->Size to

@@ -167,12 +167,16 @@ bool Feed::channelAdmitted(uint32_t channel) {
 
 void Feed::followLine(uint32_t exchange, uint32_t channel, int64_t seq) {
   const uint64_t key = uint64_t{exchange} << 32 | channel;
-  auto it = lineSeq_.find(key);
-  if (it == lineSeq_.end()) {
-    if (lineSeq_.size() < kMaxChannels) lineSeq_.emplace(key, seq);
-    return;
+  if (lastLine_ == nullptr || key != lastLineKey_) {
+    auto it = lineSeq_.find(key);
+    if (it == lineSeq_.end()) {
+      if (lineSeq_.size() >= kMaxChannels) return;
+      it = lineSeq_.emplace(key, 0).first;
+    }
+    lastLineKey_ = key;
+    lastLine_ = &it->second;
   }
-  int64_t& last = it->second;
+  int64_t& last = *lastLine_;
   if (last == 0 || last >= seq) {
     // A channel's first number (0 counts as none yet, as in the sequence
     // check), a repeat or an older one: nothing went missing.
@@ -221,10 +225,12 @@ void Feed::onFeedDatagram(const char* datagram) {
     forgetSequences_.store(false, std::memory_order_relaxed);
     channelSeq_.clear();
     lineSeq_.clear();
+    lastLine_ = nullptr;
   }
   if (gateWasClosed_) {
     gateWasClosed_ = false;
     lineSeq_.clear();
+    lastLine_ = nullptr;
   }
   const uint32_t type = loadLE<uint32_t>(datagram);
   const char* body = datagram + feed::kBodyOffset;

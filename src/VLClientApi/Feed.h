@@ -158,6 +158,11 @@ class Feed {
   /// ticks go on as before). Forgotten with channelSeq_, and while the gate is
   /// closed (gateWasClosed_).
   std::unordered_map<uint64_t, int64_t> lineSeq_;
+  /// The line of the previous tick message: a feed sends a channel's
+  /// messages in runs, and this spares the lookup within one. Null after
+  /// lineSeq_ is cleared (node addresses hold until then).
+  uint64_t lastLineKey_ = 0;
+  int64_t* lastLine_ = nullptr;
   bool gateWasClosed_ = false;
   /// Overwritten by every tick; the application sees it during its callback only.
   std::unique_ptr<CVelmarTickByTick> feedTickRecord_;
