@@ -147,6 +147,11 @@ TEST(FeedSession, TheSimulatorsWithheldDatagramsArriveAsGaps) {
   Session& s = session();
   ASSERT_FALSE(HasFatalFailure());
   const CVelmarStatistics before = statistics(s.api);
+  // The front's callbacks so far: connected; the login and three
+  // subscription answers.
+  EXPECT_EQ(before.CallbacksSession, 1u);
+  EXPECT_EQ(before.CallbacksResponse, 4u);
+  EXPECT_EQ(before.CallbacksError, 0u);
 
   // The simulator program, feed only, withholding every 97th datagram.
   const std::string command = std::string(VLMD_SIM_PROGRAM) + " --feed-only --group " + kGroup +
