@@ -47,6 +47,11 @@
 //                          (--benchmark_filter=Idle): the other book benchmark
 //                          starts today's spinning thread for good.
 //
+// The session keeps its statistics as always and has a status callback object
+// registered, so gap tracking runs with OnFeedGap ready to be called; the
+// counters gaps and datagrams (GetStatistics, taken at the end) show it.
+// Build the same file against an older version of the library to compare.
+//
 // Counters: median_us and p99_us of the library, bare_median_us and
 // bare_p99_us of the bare loop, vs_bare the ratio of the two medians. The book
 // benchmark adds book_hop_us, the median time from OnRtnTickByTick of a
@@ -149,6 +154,13 @@ int openBareSocket(uint16_t port) {
   return fd;
 }
 
+/// Registered as the status callbacks; a gap here would be a fault of the rig.
+class GapSpi : public velmar::mdapi::VelmarMdStatusSpi {
+ public:
+  void OnFeedGap(int, int64_t, int64_t) override { gaps.fetch_add(1); }
+  std::atomic<uint64_t> gaps{0};
+};
+
 /// Times taken in the callbacks.
 class TimingSpi : public velmar::mdapi::VelmarMdSpi {
  public:
@@ -173,6 +185,7 @@ struct Rig {
   Arrivals bare;
   MdApiImpl* impl = nullptr;  // leaked on purpose: its threads outlive main
   TimingSpi* spi = nullptr;
+  GapSpi* status = nullptr;
   bool bookThreadStarted = false;
   bool idleBookThreadStarted = false;
   bool blockableBooks = false;
@@ -202,6 +215,8 @@ struct Rig {
     impl = new MdApiImpl();
     spi = new TimingSpi();
     impl->RegisterSpi(spi);
+    status = new GapSpi();
+    impl->RegisterStatusSpi(status);
     using velmar::mdapi::TestAccess;
     TestAccess::feed(*impl).setGroup(kGroup, std::to_string(libraryPort), {kLoopback});
     velmar::mdapi::SessionCore& core = TestAccess::core(*impl);
@@ -340,6 +355,12 @@ void sideBySide(benchmark::State& state, Next next, Arrivals& libraryArrivals) {
   state.counters["bare_p99_us"] = fb.p99;
   state.counters["vs_bare"] = fl.median / fb.median;
   if (!hop.empty()) state.counters["book_hop_us"] = figures(hop).median;
+  CVelmarStatistics statistics;
+  std::memset(&statistics, 0, sizeof statistics);
+  statistics.Size = sizeof statistics;
+  r.impl->GetStatistics(&statistics);
+  state.counters["datagrams"] = static_cast<double>(statistics.DatagramsReceived);
+  state.counters["gaps"] = static_cast<double>(statistics.SequenceGaps);
 }
 
 void BM_FeedToTickByTick(benchmark::State& state) {

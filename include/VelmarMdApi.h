@@ -230,12 +230,21 @@ class VelmarMdStatusSpi {
     kOrderBookSuspect = 3,
   };
 
-  /// The sequence number of channel `channelNo` jumped forward: `receivedSeq`
-  /// came where `expectedSeq` (the last accepted number + 1) was due, so
-  /// receivedSeq - expectedSeq messages are missing. The message itself is
-  /// accepted and its own callbacks follow this one. Only channels under the
-  /// sequence check (tick-by-tick orders and trades) report gaps; a channel's
-  /// first message is no gap. Multicast receiver thread, callback lock held.
+  /// The feed skipped numbers on channel `channelNo`: `receivedSeq` came
+  /// where `expectedSeq` (the channel's last number seen + 1) was due, so
+  /// receivedSeq - expectedSeq messages were sent and not received. Every
+  /// tick-by-tick message of the channel counts, subscribed or not (Shenzhen
+  /// orders and trades share their channel's numbers; Shanghai trades have
+  /// channels of their own, apart from Shenzhen's even under the same
+  /// number). The message itself is handled as without a gap, and its own
+  /// callbacks follow this one. No gap: a channel's first message, a repeat,
+  /// an older number, the first message after a new trading day's login, and
+  /// the first after the session was disconnected or logged out (what came
+  /// meanwhile was refused by the session, not lost). The subscribed
+  /// instruments' own numbers may jump without a gap, as other instruments
+  /// fill the channel between them. Multicast receiver thread, callback lock
+  /// held (the session lock only while callbacks.serialize is true, taken
+  /// for this call alone).
   virtual void OnFeedGap(int channelNo, int64_t expectedSeq, int64_t receivedSeq) {
     (void)channelNo, (void)expectedSeq, (void)receivedSeq;
   }
@@ -383,17 +392,24 @@ class VLMDAPI_EXPORT VelmarMdApi {
   ///
   /// callbacks.serialize true: every callback that VelmarMdSpi lists as
   /// "lock held" runs under the one session lock, whatever its thread, so no
-  /// two of them ever overlap; a slow callback holds up the other threads.
+  /// two of them ever overlap; a slow callback holds up the other threads,
+  /// the receiver included (its socket buffer then fills and drops). The
+  /// OnRtnMarketData record is the library's stored one.
   /// false: the front loop, the multicast receiver and the book thread each
-  /// hold a lock of their own around their callbacks instead. What stays:
-  /// the callbacks of one thread come one after another; requests from
-  /// callbacks are allowed; pointers are valid during the call only; a book
-  /// handed to OnRtnOrderBook changes during the call for no one. What goes:
-  /// callbacks of different threads may run at the same time (a slow
-  /// OnRtnOrderBook no longer holds up the receiver), so the application
-  /// guards the state its callbacks share; and the CVelmarMarketData that
-  /// OnRtnMarketData hands over may be written by the other of its two
-  /// threads (front loop, receiver) during the call.
+  /// hold a lock of their own around their "lock held" callbacks instead,
+  /// and the session lock only for a moment around their own work, never
+  /// around a callback. What stays: the callbacks of one thread come one
+  /// after another, in the same order as with true; requests from callbacks
+  /// are allowed and never wait for another thread's callback; pointers are
+  /// valid during the call only; a book handed to OnRtnOrderBook changes
+  /// during the call for no one. What changes: callbacks of different
+  /// threads may run at the same time (a slow OnRtnOrderBook no longer holds
+  /// up the receiver), so the application guards the state its callbacks
+  /// share; OnRtnMarketData gets a copy of the stored record, which no other
+  /// thread writes during the call; OnRspError -117 (a request that could
+  /// not be sent) comes with no lock taken for it; and requests made from
+  /// callbacks of different threads are no longer kept apart by the lock:
+  /// the rule against two requests at the same time applies to them too.
   virtual int SetOption(const char* name, const char* value) = 0;
   /// Copies the session's counters into `*out`: 0, or -303 for a null
   /// pointer or an out->Size below version 1's (200). Set out->Size to

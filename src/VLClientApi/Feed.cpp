@@ -9,6 +9,7 @@
 #include "VLClientApi/FeedMessages.h"
 #include "VLClientApi/OrderBooks.h"
 #include "VLClientApi/SecurityIdKey.h"
+#include "VLClientApi/SharedStateLock.h"
 #include "VLClientApi/Subscriptions.h"
 #include "utility/ByteOrder.h"
 #include "utility/CurrentThread.h"
@@ -23,7 +24,6 @@ using utility::loadLE;
 using utility::PrintableBytes;
 
 namespace {
-constexpr int kSocketReceiveBuffer = 15728640;  // 15 MiB
 // A socket that fails for good would log without pause; after this many
 // errors in a row the loop rests a millisecond between attempts.
 constexpr int kErrorsBeforePause = 100;
@@ -59,11 +59,14 @@ inline int64_t scaledWhole(uint64_t raw, double divisor) {
 
 }  // namespace
 
-Feed::Feed(SessionCore& core, Subscriptions& subscriptions, OrderBooks& books)
+Feed::Feed(SessionCore& core, Subscriptions& subscriptions, OrderBooks& books,
+           SessionCounters& counters, const std::atomic<VelmarMdStatusSpi*>& statusSpi)
     : core_(core),
       subscriptions_(subscriptions),
       books_(books),
-      snapshots_(core, subscriptions),
+      counters_(counters),
+      statusSpi_(statusSpi),
+      snapshots_(core, subscriptions, counters),
       feedTickRecord_(new CVelmarTickByTick()) {}
 
 void Feed::setGroup(const std::string& host, const std::string& port,
@@ -76,6 +79,10 @@ void Feed::setGroup(const std::string& host, const std::string& port,
 void Feed::runUdpExanic() {
   CurrentThread::t_threadName = "udpExanicThread";
   LOG_INFO << "runUdpExanic";
+  // Not fatal: the receiver runs on wherever the system puts it.
+  if (receiverCpu_ >= 0 && !platform::pinCurrentThread(receiverCpu_))
+    LOG_ERROR << "runUdpExanic: feed.receiver_cpu " << receiverCpu_
+              << " refused by the system; the receiver runs unpinned";
 
   struct ip_mreq membership;
   std::memset(&membership, 0, sizeof membership);
@@ -109,7 +116,7 @@ void Feed::runUdpExanic() {
     LOG_ERROR << "runUdpExanic::IP_ADD_MEMBERSHIP errno " << platform::lastSocketError();
     return;
   }
-  int receiveBuffer = kSocketReceiveBuffer;
+  int receiveBuffer = socketBuffer_;
   if (platform::setSocketOption(udpSocket_, SOL_SOCKET, SO_RCVBUF, &receiveBuffer,
                                 sizeof receiveBuffer) < 0) {
     LOG_ERROR << "runUdpExanic::SO_RCVBUF errno " << platform::lastSocketError();
@@ -119,10 +126,19 @@ void Feed::runUdpExanic() {
   // One buffer, reused (see ReceiveBuffer). The book queue's nodes carry
   // copies of what they need, so nothing refers to it once the handlers have
   // returned.
+  // Where the system has no drop count KernelDrops stays 0; nothing to log.
+  const bool dropCount = platform::enableDropCount(udpSocket_);
+  uint64_t kernelDrops = 0;
   int errorsInARow = 0;
   for (;;) {
-    int n = platform::receiveDatagram(udpSocket_, receiveBuffer_.data(), ReceiveBuffer::kCapacity);
+    int n = dropCount ? platform::receiveDatagramWithDrops(udpSocket_, receiveBuffer_.data(),
+                                                           ReceiveBuffer::kCapacity, &kernelDrops)
+                      : platform::receiveDatagram(udpSocket_, receiveBuffer_.data(),
+                                                  ReceiveBuffer::kCapacity);
+    if (kernelDrops != counters_.receiver.kernelDrops.load(std::memory_order_relaxed))
+      counters_.receiver.kernelDrops.store(kernelDrops, std::memory_order_relaxed);
     if (n < 0) {
+      SessionCounters::add(counters_.receiver.receiveErrors);
       LOG_ERROR << "runUdpExanic::recvfrom errno " << platform::lastSocketError();
       if (++errorsInARow >= kErrorsBeforePause) platform::sleepMs(1);
       continue;
@@ -136,23 +152,69 @@ void Feed::runUdpExanic() {
 void Feed::onDatagramReceived(size_t length) {
   receiveBuffer_.received(length);
   const char* datagram = receiveBuffer_.data();
+  SessionCounters::add(counters_.receiver.datagrams);
+  SessionCounters::add(counters_.receiver.bytes, length);
   if (length < feed::expectedLength(datagram))
-    shortDatagrams_.store(shortDatagrams_.load(std::memory_order_relaxed) + 1,
-                          std::memory_order_relaxed);
+    SessionCounters::add(counters_.receiver.shortDatagrams);
   onFeedDatagram(datagram);
 }
 
 bool Feed::channelAdmitted(uint32_t channel) {
   if (channelSeq_.size() < kMaxChannels || channelSeq_.count(channel) != 0) return true;
-  droppedUnknownChannel_.store(droppedUnknownChannel_.load(std::memory_order_relaxed) + 1,
-                               std::memory_order_relaxed);
+  SessionCounters::add(counters_.receiver.droppedUnknownChannel);
   return false;
+}
+
+void Feed::followLine(uint32_t exchange, uint32_t channel, int64_t seq) {
+  const uint64_t key = uint64_t{exchange} << 32 | channel;
+  if (lastLine_ == nullptr || key != lastLineKey_) {
+    auto it = lineSeq_.find(key);
+    if (it == lineSeq_.end()) {
+      if (lineSeq_.size() >= kMaxChannels) return;
+      it = lineSeq_.emplace(key, 0).first;
+    }
+    lastLineKey_ = key;
+    lastLine_ = &it->second;
+  }
+  int64_t& last = *lastLine_;
+  if (last == 0 || last >= seq) {
+    // A channel's first number (0 counts as none yet, as in the sequence
+    // check), a repeat or an older one: nothing went missing.
+    if (last == 0) last = seq;
+    return;
+  }
+  if (seq - 1 != last) reportGap(channel, last, seq);  // seq - 1: no overflow, seq > last
+  last = seq;
+}
+
+void Feed::reportGap(uint32_t channel, int64_t last, int64_t seq) {
+  SessionCounters::add(counters_.receiver.sequenceGaps);
+  // Unsigned: the distance between two signed numbers can pass INT64_MAX.
+  SessionCounters::add(counters_.receiver.messagesMissing,
+                       static_cast<uint64_t>(seq) - static_cast<uint64_t>(last) - 1);
+  VelmarMdStatusSpi* spi = statusSpi_.load(std::memory_order_acquire);
+  if (spi == nullptr) return;
+  utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFeed));
+  SessionCounters::add(counters_.receiver.callbacksStatus);
+  spi->OnFeedGap(static_cast<int>(channel), last + 1, seq);
+}
+
+bool Feed::tickSubscribed(const std::atomic<bool>& allTicks, const char* securityId) {
+  if (core_.serializeCallbacks_) return subscriptions_.tickSubscribed(allTicks, securityId);
+  // The flag is an atomic: with it set, the receiver need not wait for
+  // mutex_, which the other threads may hold for a while.
+  if (allTicks.load(std::memory_order_relaxed)) return true;
+  utility::MutexLockGuard lock(core_.mutex_);
+  return subscriptions_.tickSubscribed(allTicks, securityId);
 }
 
 void Feed::onFeedDatagram(const char* datagram) {
   if (!core_.connected_.load(std::memory_order_acquire) ||
-      !core_.loggedIn_.load(std::memory_order_acquire))
+      !core_.loggedIn_.load(std::memory_order_acquire)) {
+    SessionCounters::add(counters_.receiver.droppedByGate);
+    gateWasClosed_ = true;
     return;
+  }
   if (datagram == nullptr) {
     LOG_ERROR << "Recv empty msg";
     return;
@@ -162,6 +224,13 @@ void Feed::onFeedDatagram(const char* datagram) {
   if (forgetSequences_.load(std::memory_order_acquire)) {
     forgetSequences_.store(false, std::memory_order_relaxed);
     channelSeq_.clear();
+    lineSeq_.clear();
+    lastLine_ = nullptr;
+  }
+  if (gateWasClosed_) {
+    gateWasClosed_ = false;
+    lineSeq_.clear();
+    lastLine_ = nullptr;
   }
   const uint32_t type = loadLE<uint32_t>(datagram);
   const char* body = datagram + feed::kBodyOffset;
@@ -169,10 +238,13 @@ void Feed::onFeedDatagram(const char* datagram) {
     case feed::kSseIndex:
       snapshots_.onSseIndex(datagram);
       break;
-    case feed::kSseTrade:
-      if (!channelAdmitted(loadLE<uint32_t>(datagram + feed::sse_trade::TradeChannel))) break;
+    case feed::kSseTrade: {
+      const uint32_t channel = loadLE<uint32_t>(datagram + feed::sse_trade::TradeChannel);
+      if (!channelAdmitted(channel)) break;
+      followLine(1, channel, loadLE<int32_t>(datagram + feed::sse_trade::TradeIndex));
       onSseTrade(feedTickRecord_.get(), datagram);
       break;
+    }
     case feed::kSseSnapshot:
       snapshots_.onSseSnapshot(datagram);
       break;
@@ -180,16 +252,22 @@ void Feed::onFeedDatagram(const char* datagram) {
       books_.handOverToBooks(body, orderBookNode::kSnapshot);
       snapshots_.onSzseSnapshot(body);
       break;
-    case feed::kSzseTrade:
-      if (!channelAdmitted(loadLE<uint16_t>(body + feed::szse_trade::ChannelNo))) break;
+    case feed::kSzseTrade: {
+      const uint32_t channel = loadLE<uint16_t>(body + feed::szse_trade::ChannelNo);
+      if (!channelAdmitted(channel)) break;
+      followLine(2, channel, loadLE<int64_t>(body + feed::szse_trade::ApplSeqNum));
       books_.handOverToBooks(body, orderBookNode::kTrade);
       onSzseTrade(feedTickRecord_.get(), body);
       break;
-    case feed::kSzseOrder:
-      if (!channelAdmitted(loadLE<uint16_t>(body + feed::szse_order::ChannelNo))) break;
+    }
+    case feed::kSzseOrder: {
+      const uint32_t channel = loadLE<uint16_t>(body + feed::szse_order::ChannelNo);
+      if (!channelAdmitted(channel)) break;
+      followLine(2, channel, loadLE<int64_t>(body + feed::szse_order::ApplSeqNum));
       books_.handOverToBooks(body, orderBookNode::kOrder);
       onSzseOrder(feedTickRecord_.get(), body);
       break;
+    }
     case feed::kSzseIndex:
       snapshots_.onSzseIndex(body);
       break;
@@ -203,14 +281,15 @@ void Feed::onFeedDatagram(const char* datagram) {
 
 void Feed::onSzseOrder(CVelmarTickByTick* record, const char* body) {
   namespace m = feed::szse_order;
-  utility::MutexLockGuard lock(core_.mutex_);
+  utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFeed));
   const char* securityId = body + m::SecurityID;
-  if (!subscriptions_.tickSubscribed(core_.allTickExchange2_, securityId)) return;
+  if (!tickSubscribed(core_.allTickExchange2_, securityId)) return;
 
   const uint32_t channel = loadLE<uint16_t>(body + m::ChannelNo);
   const int64_t seq = loadLE<int64_t>(body + m::ApplSeqNum);
   int64_t& prev = channelSeq_[channel];
   if (!sequenceAdvances(prev, seq)) {
+    SessionCounters::add(counters_.receiver.droppedBySequence);
     LOG_INFO << "ORDER_LOST SecurityID: " << PrintableBytes::id(securityId) << " pre_seq " << prev
              << " , Applseqnum " << seq << " , ChannalNo: " << channel;
     return;
@@ -222,19 +301,21 @@ void Feed::onSzseOrder(CVelmarTickByTick* record, const char* body) {
   record->Side = body[m::Side];
   record->OrdType = body[m::OrdType];
   prev = seq;  // orders store their number before the callback
+  SessionCounters::add(counters_.receiver.callbacksTickByTick);
   core_.spi_->OnRtnTickByTick(record);
 }
 
 void Feed::onSzseTrade(CVelmarTickByTick* record, const char* body) {
   namespace m = feed::szse_trade;
-  utility::MutexLockGuard lock(core_.mutex_);
+  utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFeed));
   const char* securityId = body + m::SecurityID;
-  if (!subscriptions_.tickSubscribed(core_.allTickExchange2_, securityId)) return;
+  if (!tickSubscribed(core_.allTickExchange2_, securityId)) return;
 
   const uint32_t channel = loadLE<uint16_t>(body + m::ChannelNo);
   const int64_t seq = loadLE<int64_t>(body + m::ApplSeqNum);
   int64_t& prev = channelSeq_[channel];
   if (!sequenceAdvances(prev, seq)) {
+    SessionCounters::add(counters_.receiver.droppedBySequence);
     LOG_INFO << "TRADE_LOST SecurityID: " << PrintableBytes::id(securityId) << " pre_seq " << prev
              << ", Applseqnum " << seq << " , ChannalNo: " << channel;
     return;
@@ -249,20 +330,24 @@ void Feed::onSzseTrade(CVelmarTickByTick* record, const char* body) {
   record->BidApplSeqNum = loadLE<int64_t>(body + m::BidApplSeqNum);
   record->OfferApplSeqNum = loadLE<int64_t>(body + m::OfferApplSeqNum);
   record->TradeFlag = body[m::ExecType];
+  SessionCounters::add(counters_.receiver.callbacksTickByTick);
   core_.spi_->OnRtnTickByTick(record);
   prev = seq;  // trades store their number after the callback
 }
 
 void Feed::onSseTrade(CVelmarTickByTick* record, const char* datagram) {
   namespace m = feed::sse_trade;
-  utility::MutexLockGuard lock(core_.mutex_);
+  utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFeed));
   const char* securityId = datagram + m::SecurityID;
-  if (!subscriptions_.tickSubscribed(core_.allTickExchange1_, securityId)) return;
+  if (!tickSubscribed(core_.allTickExchange1_, securityId)) return;
 
   const uint32_t channel = loadLE<uint32_t>(datagram + m::TradeChannel);
   const int64_t seq = loadLE<int32_t>(datagram + m::TradeIndex);  // signed, sign-extended
   int64_t& prev = channelSeq_[channel];
-  if (!sequenceAdvances(prev, seq)) return;  // Shanghai refusals are silent
+  if (!sequenceAdvances(prev, seq)) {  // Shanghai refusals are silent
+    SessionCounters::add(counters_.receiver.droppedBySequence);
+    return;
+  }
 
   startTickRecord(record, 1, securityId, seq, loadLE<uint32_t>(datagram + m::TradeTime), 2, channel);
   record->Price = scaled(loadLE<uint32_t>(datagram + m::TradePrice), m::TradePriceDiv);
@@ -271,6 +356,7 @@ void Feed::onSseTrade(CVelmarTickByTick* record, const char* datagram) {
   record->BidApplSeqNum = static_cast<int64_t>(loadLE<uint64_t>(datagram + m::TradeBuyNo));
   record->OfferApplSeqNum = static_cast<int64_t>(loadLE<uint64_t>(datagram + m::TradeSellNo));
   record->TradeFlag = datagram[m::TradeBSFlag];
+  SessionCounters::add(counters_.receiver.callbacksTickByTick);
   core_.spi_->OnRtnTickByTick(record);
   prev = seq;
 }

@@ -23,8 +23,8 @@ const char kReqUserLogin[] = "velmar::mdapi::MdApiImpl::ReqUserLogin";
 const char kReqUserLogout[] = "velmar::mdapi::MdApiImpl::ReqUserLogout";
 }  // namespace
 
-FrontRequests::FrontRequests(SessionCore& core, FrontSession& front)
-    : core_(core), front_(front), requestPackage_(new CVelmarPackage(wire::kRequestCapacity)) {
+FrontRequests::FrontRequests(SessionCore& core, FrontSession& front, SessionCounters& counters)
+    : core_(core), front_(front), counters_(counters), requestPackage_(new CVelmarPackage(wire::kRequestCapacity)) {
   std::memset(&rspInfo_, 0, sizeof rspInfo_);
 }
 
@@ -35,6 +35,7 @@ void FrontRequests::fillRspInfo(int errorId, int requestId) {
   rspInfo_.ErrorID = errorId;
   std::string text = errorText(static_cast<int16_t>(errorId));
   std::strncpy(rspInfo_.ErrorMsg, text.c_str(), sizeof rspInfo_.ErrorMsg - 1);
+  counters_.anyThread.callbacksError.fetch_add(1, std::memory_order_relaxed);
   core_.spi_->OnRspError(&rspInfo_, requestId, true);
 }
 
@@ -58,8 +59,10 @@ int FrontRequests::sendTransaction(const void* data, int requestId, int tid, siz
   std::strncpy(rspInfo_.ErrorMsg, "Fail to process transaction!", sizeof rspInfo_.ErrorMsg - 1);
   // The session lock keeps this report from overlapping the other callbacks.
   // A request made from inside a callback already holds it on this thread and
-  // must not take it again: the lock is not recursive.
-  if (core_.mutex_.isLockedByThisThread()) {
+  // must not take it again: the lock is not recursive. Callbacks that are not
+  // serialized may overlap anyway, and this one does not hold up the others.
+  counters_.anyThread.callbacksError.fetch_add(1, std::memory_order_relaxed);
+  if (!core_.serializeCallbacks_ || core_.mutex_.isLockedByThisThread()) {
     core_.spi_->OnRspError(&rspInfo_, -1, true);
   } else {
     utility::MutexLockGuard lock(core_.mutex_);

@@ -8,15 +8,20 @@
 // not issue two requests at the same time from different threads; requests
 // made from callbacks that hold mutex_ are kept apart by it.
 //
-// Locks: a report of a request that could not be sent (OnRspError -117)
-// runs under mutex_, taken here unless the calling thread already holds it.
-// Every other report of a refused request comes without it.
+// Locks: while callbacks are serialized, a report of a request that could not
+// be sent (OnRspError -117) runs under mutex_, taken here unless the calling
+// thread already holds it. Otherwise it comes with no lock taken here (a
+// caller inside a callback holds its own callback lock, never mutex_, so
+// nothing here can wait on it). Every other report of a refused request
+// comes without a lock. Each report is counted in the any-thread group of
+// SessionCounters.
 #pragma once
 
 #include <cstddef>
 #include <memory>
 
 #include "VLClientApi/SessionCore.h"
+#include "VLClientApi/SessionCounters.h"
 #include "VelmarMdStruct.h"
 
 class CVelmarPackage;
@@ -28,8 +33,8 @@ class FrontSession;
 
 class FrontRequests {
  public:
-  /// Both outlive the requests: they are their neighbours in MdApiImpl.
-  FrontRequests(SessionCore& core, FrontSession& front);
+  /// All outlive the requests: they are their neighbours in MdApiImpl.
+  FrontRequests(SessionCore& core, FrontSession& front, SessionCounters& counters);
   ~FrontRequests();
   FrontRequests(const FrontRequests&) = delete;
   FrontRequests& operator=(const FrontRequests&) = delete;
@@ -64,6 +69,7 @@ class FrontRequests {
  private:
   SessionCore& core_;
   FrontSession& front_;
+  SessionCounters& counters_;
   CVelmarRspInfo rspInfo_;
   /// Reused for every request.
   std::unique_ptr<CVelmarPackage> requestPackage_;

@@ -11,6 +11,7 @@
 #include "VLClientApi/InstrumentIds.h"
 #include "VLClientApi/OrderBooks.h"
 #include "VLClientApi/SecurityIdKey.h"
+#include "VLClientApi/SharedStateLock.h"
 #include "VLNet/Buffer.h"
 #include "VLNet/EventLoop.h"
 #include "VLNet/EventLoopThread.h"
@@ -36,11 +37,13 @@ void resetBuffer(net::Buffer* buffer) { buffer->retrieveAll(); }
 
 }  // namespace
 
-FrontSession::FrontSession(SessionCore& core, OrderBooks& books)
+FrontSession::FrontSession(SessionCore& core, OrderBooks& books, SessionCounters& counters)
     : core_(core),
       books_(books),
+      counters_(counters),
       heartbeatPackage_(new CVelmarPackage(wire::kKeepAliveCapacity)),
-      frontTickRecord_(new CVelmarTickByTick()) {
+      frontTickRecord_(new CVelmarTickByTick()),
+      frontMarketRecord_(new CVelmarMarketData()) {
   heartbeatPackage_->prepare();
   heartbeatPackage_->setKeepAlive();
   heartbeatPackage_->finish();
@@ -112,9 +115,10 @@ void FrontSession::onConnection(const net::TcpConnectionPtr& conn) {
     conn_ = conn;
   }
   core_.connected_.store(false);
-  utility::MutexLockGuard lock(core_.mutex_);
+  utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFront));
   if (conn->connected()) {
     core_.connected_.store(true);
+    count(counters_.front.callbacksSession);
     core_.spi_->OnFrontConnected();
     resetBuffer(conn->inputBuffer());
     loop_->cancel(timeoutTimerId_);
@@ -122,7 +126,11 @@ void FrontSession::onConnection(const net::TcpConnectionPtr& conn) {
         loop_->runEvery(static_cast<double>(heartbeatTimeout_.load()), [this] { onHeartbeatTimeout(); });
     LOG_INFO << "on session connected. (" << conn->name() << ")";
   } else if (conn->disconnected()) {
-    clearSession();
+    {
+      SharedStateLock shared(core_);
+      clearSession();
+    }
+    count(counters_.front.callbacksSession);
     core_.spi_->OnFrontDisconnected(0);
     loop_->cancel(heartbeatTimerId_);
     loop_->cancel(timeoutTimerId_);
@@ -132,8 +140,12 @@ void FrontSession::onConnection(const net::TcpConnectionPtr& conn) {
 }
 
 void FrontSession::onConnectFailed(int /*delayMs*/) {
-  utility::MutexLockGuard lock(core_.mutex_);
-  clearSession();
+  utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFront));
+  {
+    SharedStateLock shared(core_);
+    clearSession();
+  }
+  count(counters_.front.callbacksSession);
   core_.spi_->OnFrontDisconnected(4097);
 }
 
@@ -145,6 +157,7 @@ void FrontSession::onHeartbeatTimer() {
 // its side or the socket's keep-alive gives up. Until then the warning repeats
 // every period, and further shutdowns do nothing.
 void FrontSession::onHeartbeatTimeout() {
+  count(counters_.front.callbacksSession);
   core_.spi_->OnHeartBeatWarning(static_cast<int>(heartbeatTimeout_.load()));
   net::TcpConnectionPtr conn = connection();
   if (conn) conn->shutdown();
@@ -200,9 +213,10 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
       heartbeatTimerId_ = loop_->runEvery(static_cast<double>(heartbeatInterval_),
                                           [this] { onHeartbeatTimer(); });
       noteTradingDay(login->TradingDay, sizeof login->TradingDay);
-      utility::MutexLockGuard lock(core_.mutex_);
+      utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFront));
       core_.loggedIn_.store(true);
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*login);
+      count(counters_.front.callbacksResponse);
       core_.spi_->OnRspUserLogin(login.get(), nullptr, requestId, last);
       break;
     }
@@ -210,15 +224,19 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
       std::unique_ptr<CVelmarRspUserLogout> logout(new CVelmarRspUserLogout());
       it.getFieldValue(logout.get(), sizeof *logout);
       loop_->cancel(heartbeatTimerId_);
-      utility::MutexLockGuard lock(core_.mutex_);
-      core_.loggedIn_.store(false);
-      core_.snapshotsComplete_.store(false);
-      core_.allTickExchange1_.store(false);
-      core_.allTickExchange2_.store(false);
-      core_.allOrderBook_.store(false);
-      subscriptions_.clear();
-      books_.clearOrderBooks();
+      utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFront));
+      {
+        SharedStateLock shared(core_);
+        core_.loggedIn_.store(false);
+        core_.snapshotsComplete_.store(false);
+        core_.allTickExchange1_.store(false);
+        core_.allTickExchange2_.store(false);
+        core_.allOrderBook_.store(false);
+        subscriptions_.clear();
+        books_.clearOrderBooks();
+      }
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*logout);
+      count(counters_.front.callbacksResponse);
       core_.spi_->OnRspUserLogout(logout.get(), nullptr, requestId, last);
       LOG_INFO << "onLogout userID: "
                << utility::PrintableBytes::id(logout->UserID, sizeof logout->UserID);
@@ -231,6 +249,7 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
     case tid::kRspUnSubAllMarketData: {
       CVelmarSubAllRecord record{0, 0};
       it.getFieldValue(&record, sizeof record);
+      count(counters_.front.callbacksResponse);
       if (fieldId == tid::kRspSubAllMarketData)
         core_.spi_->OnRspSubAllMarketData(record.TickType, record.Exchange, requestId, last);
       else
@@ -246,6 +265,7 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
         if (record.Exchange & 1) core_.allTickExchange1_.store(granted);
         if (record.Exchange & 2) core_.allTickExchange2_.store(granted);
       }
+      count(counters_.front.callbacksResponse);
       if (granted)
         core_.spi_->OnRspSubAllTickByTick(record.Exchange, requestId, last);
       else
@@ -258,10 +278,11 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
     case tid::kRspUnSubTickByTick:
     case tid::kRspSubOrderBook:
     case tid::kRspUnSubOrderBook: {
-      utility::MutexLockGuard lock(core_.mutex_);
+      utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFront));
       InstrumentIds ids(it.fieldValue(), it.fieldLength());
       if (ids.count() == 0) break;
       if (last) {
+        SharedStateLock shared(core_);
         for (int i = 0; i < ids.count(); ++i) {
           const char* id = ids.id(i);
           switch (fieldId) {
@@ -285,6 +306,7 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
           }
         }
       }
+      count(counters_.front.callbacksResponse);
       switch (fieldId) {
         case tid::kRspSubMarketData:
           core_.spi_->OnRspSubMarketData(ids.array(), ids.count(), requestId, last);
@@ -308,34 +330,44 @@ void FrontSession::dispatchField(const CVelmarPackageIterator& it, net::Buffer* 
       break;
     }
     case tid::kRspInfo: {
-      utility::MutexLockGuard lock(core_.mutex_);
+      utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFront));
       std::unique_ptr<CVelmarRspInfo> info(new CVelmarRspInfo());
       it.getFieldValue(info.get(), sizeof *info);
       if (info->Tid == static_cast<int32_t>(tid::kRspUserLogin)) {
         core_.loggedIn_.store(false);
+        count(counters_.front.callbacksResponse);
         core_.spi_->OnRspUserLogin(nullptr, info.get(), requestId, last);
       } else if (info->Tid == static_cast<int32_t>(tid::kRspUserLogout)) {
+        count(counters_.front.callbacksResponse);
         core_.spi_->OnRspUserLogout(nullptr, info.get(), requestId, last);
       } else {
+        count(counters_.front.callbacksError);
         core_.spi_->OnRspError(info.get(), requestId, last);
       }
       LOG_DEBUG_AS(kOnMessage) << "[Msg Detail] " << toString(*info);
       break;
     }
     case tid::kRtnMarketData: {
-      utility::MutexLockGuard lock(core_.mutex_);
+      utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFront));
       std::unique_ptr<CVelmarMarketData> record(new CVelmarMarketData());
       it.getFieldValue(record.get(), sizeof *record);
       CVelmarMarketData* data = record.get();
-      // The map owns the record; one held before under the key is freed.
-      subscriptions_.keepMarketData(record);
+      // Once mutex_ is let go the receiver updates the stored record in place.
+      if (!core_.serializeCallbacks_) data = &(*frontMarketRecord_ = *record);
+      {
+        // The map owns the record; one held before under the key is freed.
+        SharedStateLock shared(core_);
+        subscriptions_.keepMarketData(record);
+      }
+      count(counters_.front.callbacksMarketData);
       core_.spi_->OnRtnMarketData(data);
       if (last) core_.snapshotsComplete_.store(true);
       break;  // a record of no known exchange is freed here
     }
     case tid::kRtnTickByTick: {
       it.getFieldValue(frontTickRecord_.get(), sizeof *frontTickRecord_);
-      utility::MutexLockGuard lock(core_.mutex_);
+      utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFront));
+      count(counters_.front.callbacksTickByTick);
       core_.spi_->OnRtnTickByTick(frontTickRecord_.get());
       break;
     }

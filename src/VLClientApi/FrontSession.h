@@ -12,9 +12,16 @@
 //
 // Locks:
 // - mutex_ (SessionCore) guards subscriptions_ and the books' map; the flags
-//   change and the callbacks marked so in the callback table run under it.
+//   change under it. The callbacks marked so in the callback table run under
+//   the front's callback lock (SessionCore::callbackMutex(kFront)): that is
+//   mutex_ itself while callbacks are serialized (the default), so state and
+//   callback share one scope as they always have. Otherwise mutex_ is taken
+//   inside the callback lock for the changes only (SharedStateLock) and let go
+//   before the callback, which then gets records this thread owns (a copy of
+//   a market-data record, as the receiver updates the stored one in place).
 //   The answers to the "all instruments" requests and the time-out warning
-//   run without it.
+//   run without a lock.
+// - Counters: the front group of SessionCounters, one count per callback.
 // - connMutex_ guards conn_ alone, for a moment. It is taken alone or inside
 //   mutex_ (a request made from a callback), never around it, and no callback
 //   runs under it.
@@ -29,6 +36,7 @@
 #include <string>
 
 #include "VLClientApi/SessionCore.h"
+#include "VLClientApi/SessionCounters.h"
 #include "VLClientApi/Subscriptions.h"
 #include "VLNet/Callbacks.h"
 #include "VLNet/TimerId.h"
@@ -56,7 +64,7 @@ class FrontSession {
  public:
   /// `core` and `books` outlive the session: they are its neighbours in
   /// MdApiImpl. The answers change the books through `books`.
-  FrontSession(SessionCore& core, OrderBooks& books);
+  FrontSession(SessionCore& core, OrderBooks& books, SessionCounters& counters);
   ~FrontSession();
   FrontSession(const FrontSession&) = delete;
   FrontSession& operator=(const FrontSession&) = delete;
@@ -113,6 +121,7 @@ class FrontSession {
 
   SessionCore& core_;
   OrderBooks& books_;
+  SessionCounters& counters_;
   /// Guarded by mutex_; see Subscriptions.h.
   Subscriptions subscriptions_;
 
@@ -142,6 +151,11 @@ class FrontSession {
 
   /// Overwritten by every tick the front sends.
   std::unique_ptr<CVelmarTickByTick> frontTickRecord_;
+  /// While callbacks are not serialized: the copy of each market-data record
+  /// that OnRtnMarketData gets.
+  std::unique_ptr<CVelmarMarketData> frontMarketRecord_;
+  /// One more callback of a kind, counted before it is made.
+  void count(SessionCounters::Counter& counter) { SessionCounters::add(counter); }
 };
 
 }  // namespace mdapi

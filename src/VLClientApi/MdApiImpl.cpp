@@ -42,11 +42,12 @@ VelmarMdApi* VelmarMdApi::CreateMdUserApi(const char* /*reserved*/) {
 const char* VelmarMdApi::GetVersion() { return kVersion; }
 
 MdApiImpl::MdApiImpl()
-    // counters_ is built after books_, which only keeps the reference.
+    // counters_ and statusSpi_ are built after the parts, which only keep
+    // references to them.
     : books_(*this, counters_, std::unique_ptr<BookBuilder>(new LevelBookBuilder())),
-      front_(*this, books_),
-      feed_(*this, front_.subscriptions(), books_),
-      requests_(*this, front_) {
+      front_(*this, books_, counters_),
+      feed_(*this, front_.subscriptions(), books_, counters_, statusSpi_),
+      requests_(*this, front_, counters_) {
   front_.setNewTradingDayCallback([this] { feed_.forgetSequences(); });
 }
 
@@ -124,6 +125,7 @@ int MdApiImpl::Init() {
     return kInvalidFrontAddr;
   }
   feed_.setGroup(mcastHost, mcastPort, mcastInterfaces_);
+  feed_.setSocketOptions(options_.socketBuffer, options_.receiverCpu);
   net::InetAddress serverAddr(frontHost_.c_str(), portNumber(frontPort_));
 
   front_.startLoop();

@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "VLClientApi/FeedMessages.h"
+#include "VLClientApi/SharedStateLock.h"
 #include "VLClientApi/Subscriptions.h"
 #include "utility/ByteOrder.h"
 #include "utility/Logging.h"
@@ -79,20 +80,65 @@ static_assert(feed::kBodyOffset + feed::szse_volume_stat::TotalValueTrade + 8 <=
 
 }  // namespace
 
+SnapshotHandlers::SnapshotHandlers(SessionCore& core, Subscriptions& subscriptions,
+                                   SessionCounters& counters)
+    : core_(core),
+      subscriptions_(subscriptions),
+      counters_(counters),
+      scratch_(new CVelmarMarketData()) {}
+
+SnapshotHandlers::~SnapshotHandlers() = default;
+
+CVelmarMarketData* SnapshotHandlers::stale() {
+  SessionCounters::add(counters_.receiver.droppedStale);
+  return nullptr;
+}
+
+template <typename Apply>
+void SnapshotHandlers::deliver(Apply apply) {
+  utility::MutexLockGuard lock(core_.callbackMutex(SessionCore::Caller::kFeed));
+  CVelmarMarketData* r;
+  {
+    SharedStateLock shared(core_);
+    r = apply();
+    if (r == nullptr) return;
+    // Once mutex_ is let go the front may replace or free the stored record
+    // (an unsubscription erases it), so the callback gets a copy.
+    if (!core_.serializeCallbacks_) r = &(*scratch_ = *r);
+  }
+  SessionCounters::add(counters_.receiver.callbacksMarketData);
+  core_.spi_->OnRtnMarketData(r);
+}
+
 void SnapshotHandlers::onSseSnapshot(const char* datagram) {
-  namespace m = feed::sse_snapshot;
   // The only handler that looks at readiness before the lock: a cheap early
   // out while the front is still delivering its records.
   if (!core_.snapshotsComplete_.load(std::memory_order_acquire)) return;
-  utility::MutexLockGuard lock(core_.mutex_);
+  deliver([this, datagram] { return applySseSnapshot(datagram); });
+}
+void SnapshotHandlers::onSseIndex(const char* datagram) {
+  deliver([this, datagram] { return applySseIndex(datagram); });
+}
+void SnapshotHandlers::onSzseSnapshot(const char* body) {
+  deliver([this, body] { return applySzseSnapshot(body); });
+}
+void SnapshotHandlers::onSzseIndex(const char* body) {
+  deliver([this, body] { return applySzseIndex(body); });
+}
+void SnapshotHandlers::onSzseVolumeStat(const char* body) {
+  deliver([this, body] { return applySzseVolumeStat(body); });
+}
+
+CVelmarMarketData* SnapshotHandlers::applySseSnapshot(const char* datagram) {
+  namespace m = feed::sse_snapshot;
   const char* securityId = datagram + m::SecurityID;
   CVelmarMarketData* r = subscriptions_.shanghaiRecord(securityIdKey(securityId));
-  if (r == nullptr) return;
+  if (r == nullptr) return nullptr;
 
   const uint32_t time = loadLE<uint32_t>(datagram + m::DataTimeStamp);
   const int64_t volume =
       scaledWhole(loadLE<uint64_t>(datagram + m::TotalVolumeTrade), m::TotalVolumeTradeDiv);
-  if (isStale(*r, volume, time)) return;
+  if (isStale(*r, volume, time)) return stale();
 
   r->ExchangeID = 1;
   r->SecurityType = 1;
@@ -173,21 +219,20 @@ void SnapshotHandlers::onSseSnapshot(const char* datagram) {
     r->BestAskQueue[i] = entry < kEntriesInBuffer ? loadLE<uint32_t>(queue + 4 * entry) : 0;
   }
 
-  core_.spi_->OnRtnMarketData(r);
+  return r;
 }
 
-void SnapshotHandlers::onSseIndex(const char* datagram) {
+CVelmarMarketData* SnapshotHandlers::applySseIndex(const char* datagram) {
   namespace m = feed::sse_index;
-  utility::MutexLockGuard lock(core_.mutex_);
-  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return nullptr;
   const char* securityId = datagram + m::SecurityID;
   CVelmarMarketData* r = subscriptions_.shanghaiRecord(securityIdKey(securityId));
-  if (r == nullptr) return;
+  if (r == nullptr) return nullptr;
 
   const uint32_t time = loadLE<uint32_t>(datagram + m::DataTimeStamp);
   const uint64_t rawVolume = loadLE<uint64_t>(datagram + m::TotalVolumeTraded);
   const int64_t volume = scaledWhole(rawVolume, m::TotalVolumeTradedDiv);
-  if (isStale(*r, volume, time)) return;
+  if (isStale(*r, volume, time)) return stale();
 
   r->ExchangeID = 1;
   r->SecurityType = 2;
@@ -209,16 +254,15 @@ void SnapshotHandlers::onSseIndex(const char* datagram) {
   setPrice(r->LowPrice, m::LowIndex, m::LowIndexDiv);
   setPrice(r->ClosePrice, m::CloseIndex, m::CloseIndexDiv);
 
-  core_.spi_->OnRtnMarketData(r);
+  return r;
 }
 
-void SnapshotHandlers::onSzseSnapshot(const char* body) {
+CVelmarMarketData* SnapshotHandlers::applySzseSnapshot(const char* body) {
   namespace m = feed::szse_snapshot;
-  utility::MutexLockGuard lock(core_.mutex_);
-  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return nullptr;
   const std::string key = securityIdKey(body + m::SecurityID);
   CVelmarMarketData* r = subscriptions_.shenzhenRecord(key);
-  if (r == nullptr) return;
+  if (r == nullptr) return nullptr;
 
   const int64_t time = loadLE<int64_t>(body + m::OrigTime);
   const uint64_t rawVolume = loadLE<uint64_t>(body + m::TotalVolumeTrade);
@@ -227,7 +271,7 @@ void SnapshotHandlers::onSzseSnapshot(const char* body) {
     LOG_INFO << "SzseMd MD_LOST Applseqnum " << rawVolume << ",SecurityID "
              << utility::PrintableBytes{key.data(), key.size()}
              << ",time:" << time;
-    return;
+    return stale();
   }
 
   // ExchangeID is already 2 (the record came from the Shenzhen map), and the
@@ -279,20 +323,19 @@ void SnapshotHandlers::onSzseSnapshot(const char* body) {
   for (size_t i = 0; i < askSize; ++i)
     r->BestAskQueue[i] = loadLE<uint32_t>(offerQueue + 4 * i) / kQueueDiv;
 
-  core_.spi_->OnRtnMarketData(r);
+  return r;
 }
 
-void SnapshotHandlers::onSzseIndex(const char* body) {
+CVelmarMarketData* SnapshotHandlers::applySzseIndex(const char* body) {
   namespace m = feed::szse_index;
-  utility::MutexLockGuard lock(core_.mutex_);
-  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return nullptr;
   CVelmarMarketData* r = subscriptions_.shenzhenRecord(securityIdKey(body + m::SecurityID));
-  if (r == nullptr) return;
+  if (r == nullptr) return nullptr;
 
   const int64_t time = loadLE<int64_t>(body + m::OrigTime);
   const int64_t volume =
       scaledWhole(loadLE<uint64_t>(body + m::TotalVolumeTrade), m::TotalVolumeTradeDiv);
-  if (isStale(*r, volume, time)) return;
+  if (isStale(*r, volume, time)) return stale();
 
   // Unlike the Shanghai index, every value is written, zeros included.
   r->ExchangeID = 2;
@@ -308,21 +351,20 @@ void SnapshotHandlers::onSzseIndex(const char* body) {
   r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
   std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
 
-  core_.spi_->OnRtnMarketData(r);
+  return r;
 }
 
-void SnapshotHandlers::onSzseVolumeStat(const char* body) {
+CVelmarMarketData* SnapshotHandlers::applySzseVolumeStat(const char* body) {
   namespace m = feed::szse_volume_stat;
-  utility::MutexLockGuard lock(core_.mutex_);
-  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return;
+  if (!core_.snapshotsComplete_.load(std::memory_order_relaxed)) return nullptr;
   const char* securityId = body + m::SecurityID;
   CVelmarMarketData* r = subscriptions_.shenzhenRecord(securityIdKey(securityId));
-  if (r == nullptr) return;
+  if (r == nullptr) return nullptr;
 
   const int64_t time = loadLE<int64_t>(body + m::OrigTime);
   const int64_t volume =
       scaledWhole(loadLE<uint64_t>(body + m::TotalVolumeTrade), m::TotalVolumeTradeDiv);
-  if (isStale(*r, volume, time)) return;
+  if (isStale(*r, volume, time)) return stale();
 
   r->ExchangeID = 2;
   r->SecurityType = 1;
@@ -334,7 +376,7 @@ void SnapshotHandlers::onSzseVolumeStat(const char* body) {
   r->NumTrades = loadLE<int64_t>(body + m::NumTrades);
   std::memcpy(r->TradingPhaseCode, body + m::TradingPhaseCode, 8);
 
-  core_.spi_->OnRtnMarketData(r);
+  return r;
 }
 
 }  // namespace mdapi

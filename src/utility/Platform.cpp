@@ -128,6 +128,12 @@ int receiveDatagram(int fd, char* buf, int len) {
   return n == SOCKET_ERROR ? -1 : n;
 }
 
+bool enableDropCount(int /*fd*/) { return false; }
+
+int receiveDatagramWithDrops(int fd, char* buf, int len, uint64_t* /*drops*/) {
+  return receiveDatagram(fd, buf, len);
+}
+
 int recvSocket(int fd, void* buf, size_t len) {
   return ::recv(static_cast<SOCKET>(static_cast<intptr_t>(fd)), static_cast<char*>(buf),
                 static_cast<int>(len), 0);
@@ -280,6 +286,43 @@ int receiveDatagram(int fd, char* buf, int len) {
   if (n > len) {
     errno = EMSGSIZE;
     return -1;
+  }
+  return static_cast<int>(n);
+}
+
+bool enableDropCount(int fd) {
+  int on = 1;
+  return ::setsockopt(fd, SOL_SOCKET, SO_RXQ_OVFL, &on, sizeof on) == 0;
+}
+
+int receiveDatagramWithDrops(int fd, char* buf, int len, uint64_t* drops) {
+  sockaddr_in from;
+  iovec iov;
+  iov.iov_base = buf;
+  iov.iov_len = static_cast<size_t>(len);
+  alignas(cmsghdr) char control[CMSG_SPACE(sizeof(uint32_t))];
+  msghdr msg;
+  std::memset(&msg, 0, sizeof msg);
+  msg.msg_name = &from;
+  msg.msg_namelen = sizeof from;
+  msg.msg_iov = &iov;
+  msg.msg_iovlen = 1;
+  msg.msg_control = control;
+  msg.msg_controllen = sizeof control;
+  // MSG_TRUNC as in receiveDatagram: an oversized datagram is seen, not cut.
+  ssize_t n = ::recvmsg(fd, &msg, MSG_TRUNC);
+  if (n > len) {
+    errno = EMSGSIZE;
+    return -1;
+  }
+  if (n >= 0) {
+    for (cmsghdr* c = CMSG_FIRSTHDR(&msg); c != nullptr; c = CMSG_NXTHDR(&msg, c)) {
+      if (c->cmsg_level == SOL_SOCKET && c->cmsg_type == SO_RXQ_OVFL) {
+        uint32_t count;
+        std::memcpy(&count, CMSG_DATA(c), sizeof count);
+        *drops = count;
+      }
+    }
   }
   return static_cast<int>(n);
 }

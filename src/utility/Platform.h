@@ -147,6 +147,14 @@ int peerAddress(int fd, struct sockaddr_in* addr);
 /// One datagram into buf, blocking. A datagram longer than len is an error
 /// (kErrMsgSize) on every platform rather than silently cut, and is dropped.
 int receiveDatagram(int fd, char* buf, int len);
+/// Asks the system to report with each datagram how many the socket's
+/// buffer has dropped so far (SO_RXQ_OVFL on Linux). False where there is no
+/// such count (Windows) or the system refuses.
+bool enableDropCount(int fd);
+/// receiveDatagram, and the socket's drop count at that datagram into
+/// *drops when the datagram carries one (after enableDropCount); *drops is
+/// left as it was otherwise. The count is the system's running total.
+int receiveDatagramWithDrops(int fd, char* buf, int len, uint64_t* drops);
 /// shutdown(how): kShutWrite closes the sending direction.
 int shutdownSocket(int fd, int how);
 int bindSocket(int fd, const struct sockaddr* address, int length);

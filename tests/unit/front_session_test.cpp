@@ -385,3 +385,38 @@ TEST_F(FrontSession, ANewTradingDayForgetsTheFeedsSequenceNumbers) {
                             ": sequence numbers of every channel forgotten"))
       << log_.text();
 }
+
+// callbacks.serialize=false: the front's callbacks hold the front's own
+// callback lock, never the session lock, and requests from inside them (one
+// that goes out, one whose send fails and is reported) still never deadlock.
+TEST_F(FrontSession, UnserializedCallbacksHoldTheFrontsOwnLock) {
+  core_.serializeCallbacks_ = false;
+  struct Held {
+    std::atomic<int> calls{0}, wrongLock{0};
+  };
+  auto held = std::make_shared<Held>();
+  velmar::mdapi::SessionCore* core = &core_;
+  auto note = [held, core] {
+    ++held->calls;
+    if (core->mutex_.isLockedByThisThread() || !core->frontCallbackMutex_.isLockedByThisThread())
+      ++held->wrongLock;
+  };
+  static char* ids[] = {id300446};
+  spi_.onLogin = [this, note](bool ok) {
+    note();
+    if (!ok) return;
+    api_.SubMarketData(ids, 1, 50);
+    api_.SubTickByTick(many_, 255, 51);
+  };
+  auto once = std::make_shared<std::atomic<bool>>(false);
+  spi_.onMarketData = [this, once, note] {
+    note();
+    if (!once->exchange(true)) api_.SubOrderBook(many_, 255, 52);
+  };
+  login();
+  ASSERT_GE(spi_.waitFor("sub md 300446 last"), 0) << spi_.dump();
+  ASSERT_TRUE(spi_.waitForCount("error -117", 2)) << spi_.dump();
+  ASSERT_TRUE(spi_.waitForCount("md ", 1)) << spi_.dump();
+  EXPECT_GE(held->calls.load(), 2);
+  EXPECT_EQ(held->wrongLock.load(), 0);
+}

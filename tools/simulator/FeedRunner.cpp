@@ -74,6 +74,12 @@ void FeedRunner::run() {
 }
 
 void FeedRunner::publish(const Datagram& d, int64_t dueUs, int64_t nowUs) {
+  // A withheld datagram is lost on the way: the market has made its move.
+  if (o_.dropEvery > 0 && ++offered_ % o_.dropEvery == 0) {
+    ++dropped_;
+    source_.sent(d);
+    return;
+  }
   if (sender_ && !sender_->send(d.bytes.data(), d.bytes.size())) {
     if (++failures_ <= 5) {
       std::fprintf(stderr, "vlmd-sim: send failed (error %d)\n", sender_->lastError());

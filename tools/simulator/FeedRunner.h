@@ -37,6 +37,8 @@ class FeedRunner {
   bool failed() const { return failed_; }
   int64_t sent() const { return sent_; }
   int64_t failures() const { return failures_; }
+  /// Datagrams withheld on purpose (--drop-every).
+  int64_t dropped() const { return dropped_; }
   const std::map<uint32_t, int64_t>& sentByType() const { return sentByType_; }
 
  private:
@@ -54,6 +56,8 @@ class FeedRunner {
   std::atomic<bool> failed_{false};
   std::atomic<int64_t> sent_{0};
   std::atomic<int64_t> failures_{0};
+  std::atomic<int64_t> dropped_{0};
+  int64_t offered_ = 0;  // feed's thread: datagrams sent or withheld
   std::map<uint32_t, int64_t> sentByType_;  // feed's thread until the end
 
   // Feed's thread.

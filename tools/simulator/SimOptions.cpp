@@ -208,6 +208,13 @@ int parseSimOptions(int argc, char** argv, SimOptions* o) {
                "as fast as possible")
       ->needs(app.get_option("--feed-only"))
       ->group(feed);
+  app.add_option("--drop-every", o->dropEvery,
+                 "withhold every Nth datagram (the Nth, 2Nth, ...) as a lossy\n"
+                 "network would: the market moves on, the datagram is not\n"
+                 "sent nor recorded (default 0: none)")
+      ->type_name("N")
+      ->check(tools::nonNegative<int64_t>())
+      ->group(feed);
   CLI::Option* trueBook = app.add_option("--true-book", o->trueBookId,
                                          "a Shenzhen stock whose true ten-level book is written to")
                               ->type_name("ID")

@@ -40,6 +40,9 @@ struct SimOptions {
   bool noSend = false;
   std::string trueBookId;
   std::string trueBookPath;
+  /// Withhold every Nth datagram (the Nth, 2Nth, ...) as a network that
+  /// loses it would, so that receivers show their gaps; 0 withholds none.
+  int64_t dropEvery = 0;
 
   // Both.
   double duration = 0;     // seconds; 0: no limit

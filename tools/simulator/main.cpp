@@ -87,6 +87,11 @@ void printSummary(const SimOptions& o, const FeedRunner* feed, const FrontSimula
                   static_cast<long long>(feed->sent()), seconds,
                   static_cast<long long>(feed->failures()));
     line += text;
+    if (o.dropEvery > 0) {
+      std::snprintf(text, sizeof text, ", %lld withheld (--drop-every)",
+                    static_cast<long long>(feed->dropped()));
+      line += text;
+    }
   } else {
     std::snprintf(text, sizeof text, " %.1f s", seconds);
     line += text;
