@@ -64,6 +64,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -375,6 +376,22 @@ BENCHMARK(BM_FeedToTickByTick)
     ->UseManualTime()
     ->Unit(benchmark::kMicrosecond);
 
+// The book benchmarks' datagrams, in turn: a bid at a new level, a trade
+// that takes it, a bid that refills level 9.
+std::function<Bytes()> bookSequence(Rig& r) {
+  auto turn = std::make_shared<int>(0);
+  return [&r, turn] {
+    switch ((*turn)++ % 3) {
+      case 0:
+        return r.orderDatagram(kBookId, '1', 95500);
+      case 1:
+        return r.tradeDatagram(kBookId, 95500);
+      default:
+        return r.orderDatagram(kBookId, '1', 91000);
+    }
+  };
+}
+
 // Each turn of the cycle publishes three books: a buy order inserted at level
 // 5 (level 9 falls off), the execution that removes it, and a buy order that
 // refills level 9. A snapshot seeds the book first. From here on the book
@@ -387,17 +404,7 @@ void BM_FeedToOrderBook(benchmark::State& state) {
                                                            : velmar::utility::Logger::INFO);
   if (r.sendAndWait(r.toLibrary, r.snapshotDatagram(kBookId), r.spi->books) < 0)
     return state.SkipWithError("the seeding snapshot was not published");
-  int turn = 0;
-  auto next = [&] {
-    switch (turn++ % 3) {
-      case 0:
-        return r.orderDatagram(kBookId, '1', 95500);
-      case 1:
-        return r.tradeDatagram(kBookId, 95500);
-      default:
-        return r.orderDatagram(kBookId, '1', 91000);
-    }
-  };
+  auto next = bookSequence(r);
   sideBySide(state, next, r.spi->books);
   velmar::utility::Logger::setLogLevel(velmar::utility::Logger::INFO);
 }
@@ -418,17 +425,7 @@ void BM_FeedToOrderBookIdle(benchmark::State& state) {
   velmar::mdapi::OrderBooks& books = velmar::mdapi::TestAccess::books(*r.impl);
   if (r.sendAndWait(r.toLibrary, r.snapshotDatagram(kBookId), r.spi->books) < 0)
     return state.SkipWithError("the seeding snapshot was not published");
-  int turn = 0;
-  auto next = [&] {
-    switch (turn++ % 3) {
-      case 0:
-        return r.orderDatagram(kBookId, '1', 95500);
-      case 1:
-        return r.tradeDatagram(kBookId, 95500);
-      default:
-        return r.orderDatagram(kBookId, '1', 91000);
-    }
-  };
+  auto next = bookSequence(r);
   auto asleep = [&] {
     const int64_t deadline = nowNs() + 1000000000;
     while (!velmar::mdapi::TestAccess::bookThreadSleeping(books))
