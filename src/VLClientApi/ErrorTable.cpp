@@ -68,8 +68,8 @@ const char* const kStorage[] = {
     "Position frozen error",          // -201
     "Account frozen error",           // -202
     "Update mdb error",               // -203
-    // The front's own words: "spec" is the speculation account, "arb" below
-    // the arbitrage one.
+    // The front's own words: -204 is the speculation account's limit, -205
+    // the arbitrage account's.
     "Exceed spec open volume limit",  // -204
     "Exceed arb open volume limit",   // -205
     "Can't find original position",   // -206
